@@ -1,0 +1,120 @@
+#include "RIFF/Sorvane.h"
+
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <map>
+#include <new>
+
+#include "Converters/Common/GMCurves.h"
+#include "source/PlatformTools.h"
+
+// The SFZ model numbers its LFOs and envelopes through these process-wide maps.
+namespace sfz {
+std::map<int, int> gLfoIdCpt;
+std::map<int, int> gEgIdCpt;
+}  // namespace sfz
+
+namespace {
+
+const double kVersion = 1.98;
+const char kStarLine[] =
+    "******************************************************************************\n";
+
+using ConvertFunction = std::string (*)(const std::string& input, const std::string& outputPath);
+
+struct FormatRow {
+  const char* extension;
+  ConvertFunction convert;
+};
+
+// Extensions in the order they are tried; the first match decides.
+const FormatRow kFormats[] = {
+    {nullptr, nullptr},
+};
+
+const FormatRow* findFormat(const std::string& extension) {
+  for (const FormatRow& row : kFormats)
+    if (row.extension && extension == row.extension) return &row;
+  return nullptr;
+}
+
+void writeResultsFile(const std::string& path, const std::string& result) {
+  FILE* file = std::fopen(path.c_str(), "wb");
+  if (!file) return;
+  std::fwrite(result.c_str(), 1, std::strlen(result.c_str()), file);
+  std::fclose(file);
+}
+
+}  // namespace
+
+void Header() {
+  std::cout << kStarLine;
+  std::cout << "* SORVANE " << kVersion << std::endl;
+}
+
+void Usage() {
+  std::cout << kStarLine;
+  std::cout << "*\n";
+  std::cout << "* Usage: Sorvane input output_path results.txt(optional)\n";
+  std::cout << "*\n";
+  std::cout << kStarLine;
+  std::cout << std::endl;
+}
+
+int sorvane_convert(const std::string& input, const std::string& outputPath, std::string& result) {
+  if (!tolvin::fileExists(input)) {
+    std::cout << "file not found!\n";
+    return 0;
+  }
+  tolvin::GMCurves::init();
+  std::string extension;
+  tolvin::lowercase(tolvin::getFileExtension(input), extension);
+  const FormatRow* format = findFormat(extension);
+  if (!format) {
+    std::cout << "Unsupported extension:" << extension << std::endl;
+    return 0;
+  }
+  try {
+    result = format->convert(input, outputPath);
+  } catch (const std::bad_alloc&) {
+    std::cout << "Conversion stopped: not enough memory" << std::endl;
+  } catch (const std::exception& error) {
+    std::cout << "Conversion stopped: " << error.what() << std::endl;
+  }
+  return 1;
+}
+
+int sorvane_main(int argc, const char* const* argv) {
+  Header();
+  if (!tolvin::LittleEndian()) {
+    std::cout << "Machine not LITTLE ENDIAN\n";
+    return -1;
+  }
+  if (argc <= 2) {
+    Usage();
+    return -1;
+  }
+  const std::string input = argv[1];
+  if (input == "/?") {
+    Usage();
+    return 0;
+  }
+  if (input.size() <= 2) return 0;
+
+  std::cout << kStarLine;
+  const std::string outputPath = argv[2];
+  // Extra arguments beyond the results file are ignored, and then no results
+  // file is written either: hosts rely on exactly three arguments.
+  const std::string resultsPath = argc == 4 ? argv[3] : "";
+  std::cout << "input       :" << input << std::endl;
+  std::cout << "output path :" << outputPath << std::endl;
+  std::cout << "resultinfo  :" << resultsPath << std::endl;
+  std::cout << kStarLine;
+
+  std::string result;
+  if (sorvane_convert(input, outputPath, result) && !result.empty())
+    writeResultsFile(resultsPath, result);
+  return 0;
+}

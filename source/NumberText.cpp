@@ -1,0 +1,38 @@
+#include "source/NumberText.h"
+
+#include <sstream>
+
+namespace tolvin {
+
+std::string numberText(double value) {
+  std::ostringstream out;
+  out << value;
+  return out.str();
+}
+
+namespace {
+std::string leftFilled(std::string digits, int width, char fill) {
+  if (width > 0 && digits.size() < static_cast<size_t>(width))
+    digits.insert(0, static_cast<size_t>(width) - digits.size(), fill);
+  return digits;
+}
+}  // namespace
+
+std::string zeroPadded(uint32_t value, int width) {
+  return leftFilled(std::to_string(value), width, '0');
+}
+
+std::string zeroPaddedSigned(int32_t value, int width) {
+  if (value >= 0) return zeroPadded(static_cast<uint32_t>(value), width);
+  // printf counts the sign in the width: %02d of -5 is "-5", of -5 with 3 is "-05".
+  std::string magnitude = std::to_string(-static_cast<int64_t>(value));
+  return "-" + leftFilled(magnitude, width - 1, '0');
+}
+
+std::string hexText(uint64_t value, int width, char fill) {
+  std::ostringstream out;
+  out << std::hex << value;
+  return leftFilled(out.str(), width, fill);
+}
+
+}  // namespace tolvin

@@ -1,0 +1,129 @@
+#include "source/PlatformTools.h"
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <new>
+
+namespace tolvin {
+
+bool fileExists(const std::string& path, bool) {
+  struct stat info;
+  return !path.empty() && ::stat(path.c_str(), &info) == 0;
+}
+
+int64_t fileSize(const std::string& path) {
+  struct stat info;
+  if (path.empty() || ::stat(path.c_str(), &info) != 0) return 0;
+  return static_cast<int64_t>(info.st_size);
+}
+
+std::string getFileExtension(const std::string& path) {
+  size_t dot = path.rfind('.');
+  return dot == std::string::npos ? std::string() : path.substr(dot + 1);
+}
+
+std::string stripFileExtension(const std::string& path) {
+  size_t dot = path.rfind('.');
+  return dot == std::string::npos ? path : path.substr(0, dot);
+}
+
+namespace {
+size_t lastSeparator(const std::string& path) {
+  size_t slash = path.rfind('/');
+  size_t backslash = path.rfind('\\');
+  if (slash == std::string::npos) return backslash;
+  if (backslash == std::string::npos) return slash;
+  return slash > backslash ? slash : backslash;
+}
+}  // namespace
+
+std::string getFileFromPath(const std::string& path) {
+  size_t separator = lastSeparator(path);
+  return separator == std::string::npos ? path : path.substr(separator + 1);
+}
+
+std::string getPathFromFile(const std::string& path) {
+  if (path.empty()) return std::string();
+  size_t separator = lastSeparator(path);
+  return separator == std::string::npos ? std::string(".") : path.substr(0, separator);
+}
+
+int PCreateDir(const std::string& path) {
+  std::string parent = getPathFromFile(path);
+  if (!parent.empty() && !fileExists(parent)) return PCreateDir(parent);
+  if (::mkdir(path.c_str(), 0777) == 0) return 0;
+  return (errno == EEXIST) ? 0 : 2;
+}
+
+void cleanPathName(std::string& name) {
+  for (char& c : name) {
+    switch (c) {
+      case '\\': case '/': case '*': case '?': case '>':
+      case '<': case '|': case ':': case ' ':
+        c = '_';
+        break;
+      default:
+        break;
+    }
+  }
+}
+
+void trim(const std::string& input, std::string& output) {
+  auto removable = [](char c) { return static_cast<unsigned char>(c) <= 32; };
+  size_t first = 0, last = input.size();
+  while (first < last && removable(input[first])) ++first;
+  while (last > first && removable(input[last - 1])) --last;
+  output = input.substr(first, last - first);
+}
+
+void lowercase(const std::string& input, std::string& output) {
+  output = input;
+  for (char& c : output) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
+
+bool LittleEndian() {
+  const uint16_t probe = 1;
+  return *reinterpret_cast<const uint8_t*>(&probe) == 1;
+}
+
+uint8_t* binFileAlloc(uint64_t size) {
+  return new (std::nothrow) uint8_t[size ? size : 1]();
+}
+
+void binFileFree(uint8_t* buffer) { delete[] buffer; }
+
+uint8_t* binFileInternalize(const std::string& path, uint64_t& length, uint64_t& spare) {
+  length = 0;
+  FILE* file = std::fopen(path.c_str(), "rb");
+  if (!file) return nullptr;
+  uint8_t* buffer = nullptr;
+  if (fseeko(file, 0, SEEK_END) == 0) {
+    off_t end = ftello(file);
+    if (end >= 0 && fseeko(file, 0, SEEK_SET) == 0) {
+      length = static_cast<uint64_t>(end);
+      uint64_t allocation = (length + spare + 15) & ~static_cast<uint64_t>(15);
+      buffer = binFileAlloc(allocation);
+      if (buffer && std::fread(buffer, 1, length, file) == length) {
+        spare = allocation - length;
+      } else {
+        binFileFree(buffer);
+        buffer = nullptr;
+      }
+    }
+  }
+  std::fclose(file);
+  return buffer;
+}
+
+bool binFileExternalize(const std::string& path, const void* data, uint64_t count) {
+  FILE* file = std::fopen(path.c_str(), "wb");
+  if (!file) return false;
+  bool whole = count == 0 || std::fwrite(data, 1, count, file) == count;
+  return std::fclose(file) == 0 && whole;
+}
+
+}  // namespace tolvin

@@ -1,0 +1,43 @@
+// Path, file and string helpers shared by the driver, the chunk tree and the
+// converters. None of them prints or throws; failures show in the result.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tolvin {
+
+bool fileExists(const std::string& path, bool unused = false);
+int64_t fileSize(const std::string& path);
+
+// Text after the last "." of the whole path (not stopping at separators).
+std::string getFileExtension(const std::string& path);
+// Text before the last "." of the whole path; unchanged without a ".".
+std::string stripFileExtension(const std::string& path);
+// Text after the later of the last "/" and the last backslash.
+std::string getFileFromPath(const std::string& path);
+// Text before the later of the last "/" and the last backslash; "." without one.
+std::string getPathFromFile(const std::string& path);
+
+// Creates one folder level per call: when the parent is missing, only the
+// nearest missing ancestor is created. 0 when the folder exists afterwards
+// (or already did), 2 on failure.
+int PCreateDir(const std::string& path);
+
+// Replaces each of \ / * ? > < | : and blank with "_", keeping the length.
+void cleanPathName(std::string& name);
+// Drops bytes of value 32 or less from both ends.
+void trim(const std::string& input, std::string& output);
+// Lower-cases A-Z only.
+void lowercase(const std::string& input, std::string& output);
+
+bool LittleEndian();
+
+// Whole-file reading: a zero-filled buffer of the file length plus the wanted
+// spare bytes, rounded up to 16; `spare` returns the spare bytes granted.
+uint8_t* binFileInternalize(const std::string& path, uint64_t& length, uint64_t& spare);
+uint8_t* binFileAlloc(uint64_t size);
+void binFileFree(uint8_t* buffer);
+bool binFileExternalize(const std::string& path, const void* data, uint64_t count);
+
+}  // namespace tolvin

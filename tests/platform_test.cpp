@@ -1,0 +1,90 @@
+#include <gtest/gtest.h>
+
+#include "source/PlatformTools.h"
+#include "tests/support/TestSupport.h"
+
+using namespace tolvin;
+
+TEST(PathHelpers, ExtensionIsTakenAfterTheLastDotOfTheWholePath) {
+  EXPECT_EQ(getFileExtension("archive.tar.gz"), "gz");
+  EXPECT_EQ(getFileExtension("name."), "");
+  EXPECT_EQ(getFileExtension("noext"), "");
+  EXPECT_EQ(getFileExtension("my.dir/bank"), "dir/bank");
+  EXPECT_EQ(stripFileExtension("song.rmi"), "song");
+  EXPECT_EQ(stripFileExtension("plain"), "plain");
+  EXPECT_EQ(stripFileExtension("my.dir/bank"), "my");
+  EXPECT_EQ(stripFileExtension(".hidden"), "");
+  EXPECT_EQ(stripFileExtension(""), "");
+}
+
+TEST(PathHelpers, FileAndFolderHonourBothSeparators) {
+  EXPECT_EQ(getFileFromPath("C:\\banks\\piano.sf2"), "piano.sf2");
+  EXPECT_EQ(getFileFromPath("a\\b/c"), "c");
+  EXPECT_EQ(getFileFromPath("a/b\\c"), "c");
+  EXPECT_EQ(getFileFromPath("plain"), "plain");
+  EXPECT_EQ(getFileFromPath("dir/"), "");
+  EXPECT_EQ(getPathFromFile("a/b/c"), "a/b");
+  EXPECT_EQ(getPathFromFile("/x"), "");
+  EXPECT_EQ(getPathFromFile("plain"), ".");
+  EXPECT_EQ(getPathFromFile(""), "");
+}
+
+TEST(StringHelpers, TrimCleanAndLowercaseTouchOnlyTheirBytes) {
+  std::string out;
+  trim(" \t name\n", out);
+  EXPECT_EQ(out, "name");
+  trim("", out);
+  EXPECT_EQ(out, "");
+  trim("\xA0x\xA0", out);
+  EXPECT_EQ(out, "\xA0x\xA0");
+  trim("   ", out);
+  EXPECT_EQ(out, "");
+
+  std::string name = "a:b c\\d/e*f?g>h<i|j.k\xC3\xA9";
+  cleanPathName(name);
+  EXPECT_EQ(name, "a_b_c_d_e_f_g_h_i_j.k\xC3\xA9");
+
+  lowercase("BANK.Dlsc\xC3\x89", out);
+  EXPECT_EQ(out, "bank.dlsc\xC3\x89");
+}
+
+TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
+  testsupport::TempDir dir;
+  const std::string deep = dir.file("a/b");
+  EXPECT_EQ(PCreateDir(deep), 0);
+  EXPECT_TRUE(testsupport::exists(dir.file("a")));
+  EXPECT_FALSE(testsupport::exists(deep));
+  EXPECT_EQ(PCreateDir(deep), 0);
+  EXPECT_TRUE(testsupport::exists(deep));
+  EXPECT_EQ(PCreateDir(deep), 0);  // already there
+
+  testsupport::writeFile(dir.file("file"), "x");
+  EXPECT_EQ(PCreateDir(dir.file("file/sub")), 2);
+}
+
+TEST(WholeFiles, InternalizeRoundsTheBufferAndReportsTheSpareBytes) {
+  testsupport::TempDir dir;
+  const std::string path = dir.file("f.bin");
+  ASSERT_TRUE(binFileExternalize(path, "0123456789", 10));
+  uint64_t length = 0, spare = 32;
+  uint8_t* buffer = binFileInternalize(path, length, spare);
+  ASSERT_NE(buffer, nullptr);
+  EXPECT_EQ(length, 10u);
+  EXPECT_EQ(spare, 38u);  // 10 + 32 rounded up to 48
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(buffer), 10), "0123456789");
+  EXPECT_EQ(buffer[47], 0);
+  binFileFree(buffer);
+
+  ASSERT_TRUE(binFileExternalize(path, "", 0));
+  spare = 0;
+  buffer = binFileInternalize(path, length, spare);
+  ASSERT_NE(buffer, nullptr);
+  EXPECT_EQ(length, 0u);
+  EXPECT_EQ(spare, 0u);
+  binFileFree(buffer);
+
+  EXPECT_EQ(binFileInternalize(dir.file("missing"), length, spare), nullptr);
+  EXPECT_FALSE(binFileExternalize(dir.file("no/such/dir/f"), "x", 1));
+  EXPECT_EQ(fileSize(dir.file("missing")), 0);
+  EXPECT_TRUE(fileExists(dir.path()));
+}

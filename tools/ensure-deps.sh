@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Installs, with apt-get, whatever the build and the tests need and the
+# machine lacks. Packages already present are left alone.
+set -euo pipefail
+
+packages=(cmake g++ make pkg-config libgtest-dev libsndfile1-dev
+          fluid-soundfont-gm timgm6mb-soundfont opl3-soundfont)
+missing=()
+for package in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+if [ "$(id -u)" -ne 0 ]; then
+  echo "Not root: please install these packages with apt-get: ${missing[*]}"
+  exit 1
+fi
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+apt-get install -y -qq --no-install-recommends "${missing[@]}"
