@@ -1,0 +1,191 @@
+#include "source/wave_writer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "source/TLVSConv.h"
+
+namespace {
+// Room for the RIFF header and the whole "fmt " chunk, patched by finalize.
+// The first byte is 0xFF so that an unfinished file is never taken for a RIFF.
+const size_t kHeaderPlaceholder = 36;
+const size_t kInterleaveFrames = 4096;
+
+}  // namespace
+
+WaveFileWriter::WaveFileWriter(FILE* file) : file_(file), ownsFile_(false) { start(); }
+
+WaveFileWriter::WaveFileWriter(const char* path) {
+  if (path) {
+    file_ = std::fopen(tolvin::TLVSConv(path, tolvin::UTF8).c_str(), "wb");
+    ownsFile_ = file_ != nullptr;
+  }
+  start();
+}
+
+WaveFileWriter::WaveFileWriter(const std::string& path) {
+  if (!path.empty()) {
+    file_ = std::fopen(path.c_str(), "wb");
+    ownsFile_ = file_ != nullptr;
+  }
+  start();
+}
+
+WaveFileWriter::~WaveFileWriter() {
+  if (!finalized_ && file_) finalize();
+  if (ownsFile_ && file_) std::fclose(file_);
+}
+
+void WaveFileWriter::start() {
+  format_ = WaveFormatRecord{1, 1, 44100, 88200, 2, 16};
+  dataEnd_ = 0;
+  dataSizePosition_ = 0;
+  finalized_ = false;
+  if (!file_) return;
+  unsigned char placeholder[kHeaderPlaceholder] = {0xFF};
+  writeBytes(placeholder, sizeof placeholder);
+}
+
+bool WaveFileWriter::writeBytes(const void* bytes, size_t count) {
+  return file_ && (count == 0 || std::fwrite(bytes, 1, count, file_) == count);
+}
+
+uint64_t WaveFileWriter::tell() const {
+  off_t here = file_ ? ftello(file_) : -1;
+  return here < 0 ? 0 : static_cast<uint64_t>(here);
+}
+
+bool WaveFileWriter::write_fourcc(const char* text) { return text && writeBytes(text, 4); }
+bool WaveFileWriter::write_uint32(unsigned value) {
+  uint32_t v = value;
+  return writeBytes(&v, 4);
+}
+bool WaveFileWriter::write_uint16(unsigned short value) {
+  uint16_t v = value;
+  return writeBytes(&v, 2);
+}
+
+bool WaveFileWriter::appendChunk(unsigned id, unsigned size, const void* data) {
+  if (!file_ || finalized_ || (size && !data)) return false;
+  bool odd = size & 1;
+  bool ok = write_uint32(id) && write_uint32(odd ? size + 1 : size) && writeBytes(data, size);
+  if (odd) ok = ok && writeBytes("", 1);
+  return ok;
+}
+
+bool WaveFileWriter::appendWAVE_smpl_loop(const Chunk_smpl_header* header, const Chunk_smpl_loop* loop) {
+  if (!file_ || finalized_ || !header || !loop) return false;
+  return write_fourcc("smpl") && write_uint32(sizeof *header + sizeof *loop) &&
+         writeBytes(header, sizeof *header) && writeBytes(loop, sizeof *loop);
+}
+
+bool WaveFileWriter::appendWAVE_smpl(unsigned unityNote, unsigned loopStart, unsigned loopEnd) {
+  Chunk_smpl_header header{};
+  header.MIDIUnityNote = unityNote;
+  header.numSampleLoops = 1;
+  Chunk_smpl_loop loop{};
+  loop.start = loopStart;
+  loop.end = loopEnd;
+  return appendWAVE_smpl_loop(&header, &loop);
+}
+
+bool WaveFileWriter::set_string(WAVE_STRING kind, const std::string& text) {
+  if (!file_) return false;
+  const unsigned length = static_cast<unsigned>(text.size());
+  const unsigned padding = (length & 1) ? 1 : 2;  // always zero-terminated, always even
+  bool ok = write_fourcc("LIST") && write_uint32(length + padding + 12) && write_fourcc("INFO");
+  // Only the copyright has an identifier; other kinds are written without one.
+  if (kind == WAVE_STRING_COPYRIGHT) ok = ok && write_fourcc("ICOP");
+  static const char zeros[2] = {0, 0};
+  return ok && write_uint32(length + padding) && writeBytes(text.data(), length) &&
+         writeBytes(zeros, padding);
+}
+
+bool WaveFileWriter::set_regions(const std::vector<WaveRegion>& regions) {
+  if (!file_) return false;
+  const uint32_t count = static_cast<uint32_t>(regions.size());
+  bool ok = write_fourcc("cue ") && write_uint32(24 * count + 4) && write_uint32(count);
+  for (uint32_t i = 0; i < count; ++i) {
+    const WaveRegion& region = regions[i];
+    ok = ok && write_uint32(i + 1) && write_uint32(region.position) && write_fourcc("data") &&
+         write_uint32(0) && write_uint32(0) && write_uint32(region.position);
+  }
+
+  ok = ok && write_fourcc("LIST");
+  const uint32_t sizePosition = static_cast<uint32_t>(tell());
+  ok = ok && write_fourcc("TEMP") && write_fourcc("adtl");
+  for (uint32_t i = 0; i < count; ++i) {
+    ok = ok && write_fourcc("ltxt") && write_uint32(20) && write_uint32(i + 1) &&
+         write_uint32(regions[i].length) && write_fourcc("rgn ") && write_uint32(0) && write_uint32(0);
+  }
+  for (uint32_t i = 0; i < count; ++i) {
+    const std::string& label = regions[i].label;
+    const uint32_t length = static_cast<uint32_t>(label.size());
+    const bool odd = length & 1;  // an even label goes without terminator
+    ok = ok && write_fourcc("labl") && write_uint32(length + 4 + (odd ? 1 : 0)) && write_uint32(i + 1) &&
+         writeBytes(label.data(), length);
+    if (odd) ok = ok && writeBytes("", 1);
+  }
+  const uint32_t endPosition = static_cast<uint32_t>(tell());
+  ok = ok && fseeko(file_, sizePosition, SEEK_SET) == 0 &&
+       write_uint32(endPosition - sizePosition - 4) && fseeko(file_, endPosition, SEEK_SET) == 0;
+  return ok;
+}
+
+bool WaveFileWriter::prepareData(unsigned long sampleRate, unsigned long channels,
+                                 unsigned long bitsPerSample, bool isFloat) {
+  if (!file_) return false;
+  format_.sampleRate = static_cast<uint32_t>(sampleRate);
+  format_.channels = static_cast<uint16_t>(channels);
+  format_.bitsPerSample = static_cast<uint16_t>(bitsPerSample);
+  format_.blockAlign = static_cast<uint16_t>((bitsPerSample / 8) * channels);
+  format_.avgBytesPerSec = static_cast<uint32_t>(format_.blockAlign * sampleRate);
+  if (bitsPerSample == 4)
+    format_.formatTag = 17;  // IMA ADPCM: block align and byte rate stay 0
+  else if (bitsPerSample == 32 && isFloat)
+    format_.formatTag = 3;
+  else
+    format_.formatTag = 1;
+  bool ok = write_fourcc("data");
+  dataSizePosition_ = dataEnd_ = tell();
+  return ok && write_uint32(0xFFFFFFFFu);
+}
+
+bool WaveFileWriter::writeData(const void* bytes, unsigned long long count) {
+  if (!file_ || (count && !bytes)) return false;
+  bool ok = writeBytes(bytes, static_cast<size_t>(count));
+  dataEnd_ += count;
+  return ok;
+}
+
+bool WaveFileWriter::writeData(const void* left, const void* right, unsigned long frames) {
+  if (!file_ || (frames && (!left || !right))) return false;
+  const size_t width = format_.bitsPerSample / 8;
+  if (width == 0 || frames == 0) return true;
+  const auto* l = static_cast<const unsigned char*>(left);
+  const auto* r = static_cast<const unsigned char*>(right);
+  std::vector<unsigned char> block(kInterleaveFrames * 2 * width);
+  bool ok = true;
+  for (unsigned long done = 0; done < frames;) {
+    const size_t n = std::min<unsigned long>(kInterleaveFrames, frames - done);
+    for (size_t f = 0; f < n; ++f) {
+      std::memcpy(&block[f * 2 * width], l + (done + f) * width, width);
+      std::memcpy(&block[f * 2 * width + width], r + (done + f) * width, width);
+    }
+    ok = writeBytes(block.data(), n * 2 * width) && ok;
+    dataEnd_ += n * 2 * width;
+    done += n;
+  }
+  return ok;
+}
+
+bool WaveFileWriter::finalize() {
+  if (!file_) return false;
+  bool ok = fseeko(file_, static_cast<off_t>(dataSizePosition_), SEEK_SET) == 0 &&
+            write_uint32(static_cast<unsigned>(dataEnd_ - dataSizePosition_));
+  ok = ok && fseeko(file_, 0, SEEK_SET) == 0 && write_fourcc("RIFF") &&
+       write_uint32(static_cast<unsigned>(dataEnd_ - 4)) && write_fourcc("WAVE") &&
+       write_fourcc("fmt ") && write_uint32(sizeof format_) && writeBytes(&format_, sizeof format_);
+  finalized_ = true;
+  return ok;
+}

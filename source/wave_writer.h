@@ -1,0 +1,101 @@
+// Writes one RIFF WAVE file in a single forward pass with two back-patches:
+// construct, add metadata chunks, prepareData, writeData any number of
+// times, finalize. Sample bytes are written as given.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#pragma pack(push, 1)
+// Head of a "smpl" chunk body.
+struct Chunk_smpl_header {
+  uint32_t manufacturer;
+  uint32_t product;
+  uint32_t samplePeriod;
+  uint32_t MIDIUnityNote;
+  uint32_t MIDIPitchFraction;
+  uint32_t SMPTEFormat;
+  uint32_t SMPTEOffset;
+  uint32_t numSampleLoops;
+  uint32_t samplerData;
+};
+// One "smpl" loop record; start and end are sample frames.
+struct Chunk_smpl_loop {
+  uint32_t identifier;
+  uint32_t type;
+  uint32_t start;
+  uint32_t end;
+  uint32_t fraction;
+  uint32_t playCount;
+};
+// The "fmt " chunk body.
+struct WaveFormatRecord {
+  uint16_t formatTag;
+  uint16_t channels;
+  uint32_t sampleRate;
+  uint32_t avgBytesPerSec;
+  uint16_t blockAlign;
+  uint16_t bitsPerSample;
+};
+#pragma pack(pop)
+static_assert(sizeof(Chunk_smpl_header) == 36, "smpl header is 36 bytes");
+static_assert(sizeof(Chunk_smpl_loop) == 24, "smpl loop is 24 bytes");
+static_assert(sizeof(WaveFormatRecord) == 16, "fmt body is 16 bytes");
+
+// A marked region of the audio, written as a cue point with a label.
+struct WaveRegion {
+  uint32_t position = 0;  // first sample frame
+  uint32_t length = 0;    // in sample frames
+  std::string label;
+};
+
+// Kind of an INFO text; only the copyright (0, "ICOP") has an identifier.
+enum WAVE_STRING {
+  WAVE_STRING_COPYRIGHT = 0,
+};
+
+class WaveFileWriter {
+ public:
+  explicit WaveFileWriter(FILE* file);        // the caller keeps and closes the stream
+  explicit WaveFileWriter(const char* path);  // null: no file
+  explicit WaveFileWriter(const std::string& path);  // empty: no file
+  virtual ~WaveFileWriter();
+  WaveFileWriter(const WaveFileWriter&) = delete;
+  WaveFileWriter& operator=(const WaveFileWriter&) = delete;
+
+  bool hasFile() const { return file_ != nullptr; }
+  bool isFinalized() const { return finalized_; }
+
+  // An odd body gets a pad byte, and the size field counts it.
+  bool appendChunk(unsigned id, unsigned size, const void* data);
+  bool write_fourcc(const char* fourcc);
+  bool write_uint32(unsigned value);
+  bool write_uint16(unsigned short value);
+  // Always exactly one loop record, whatever the header's loop count says.
+  bool appendWAVE_smpl_loop(const Chunk_smpl_header* header, const Chunk_smpl_loop* loop);
+  bool appendWAVE_smpl(unsigned unityNote, unsigned loopStart, unsigned loopEnd);
+  bool set_string(WAVE_STRING kind, const std::string& text);
+  bool set_regions(const std::vector<WaveRegion>& regions);
+  bool prepareData(unsigned long sampleRate, unsigned long channels, unsigned long bitsPerSample,
+                   bool isFloat);
+  bool writeData(const void* bytes, unsigned long long count);
+  // Interleaves two mono buffers of `frames` samples each.
+  bool writeData(const void* left, const void* right, unsigned long frames);
+  bool finalize();
+
+  const WaveFormatRecord& format() const { return format_; }
+
+ private:
+  void start();
+  bool writeBytes(const void* bytes, size_t count);
+  uint64_t tell() const;
+
+  FILE* file_ = nullptr;
+  bool ownsFile_ = false;
+  WaveFormatRecord format_{};
+  uint64_t dataEnd_ = 0;
+  uint64_t dataSizePosition_ = 0;
+  bool finalized_ = false;
+};
