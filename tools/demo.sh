@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 sorvane=${1:-build/sorvane}
 mkdir -p out
 for input in examples/*; do
-  case "$input" in *.sf2|*.sbk|*.dls|*.wav|*.rmi) ;; *) continue ;; esac
+  case "$input" in *.sf2|*.sbk|*.dls|*.wav) ;;  # an RMID song would extract beside itself *) continue ;; esac
   name=$(basename "$input")
   target="out/${name%.*}"
   mkdir -p "$target"
