@@ -3,7 +3,7 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all deps build test test-fast demo bench clean
+.PHONY: all deps build test test-fast demo bench fuzz clean
 
 all: build
 
@@ -27,6 +27,11 @@ test: deps build
 test-fast: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -LE integration
 
+# Every fuzz target for FUZZ_SECONDS each (clang, libFuzzer, ASan + UBSan).
+FUZZ_SECONDS ?= 60
+fuzz:
+	./tools/fuzz.sh $(FUZZ_SECONDS)
+
 demo: build
 	./tools/demo.sh $(BUILD)/sorvane
 
@@ -34,4 +39,4 @@ bench: build
 	./bench/run_all.sh $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) out
+	rm -rf $(BUILD) $(ASAN_BUILD) build-fuzz out
