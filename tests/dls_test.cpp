@@ -506,3 +506,127 @@ TEST(DLSCollection, LargeInputsAndMissingOutputFolders) {
   EXPECT_EQ(listDir(dir.file("missing/small_dls")), (std::vector<std::string>{"Bank_00000000"}));
   EXPECT_TRUE(exists(dir.file("missing/small_dls/Bank_00000000/000_Big.sfz")));
 }
+
+namespace {
+
+// A collection whose one wave and one region carry the given extra chunks.
+std::string damaged(const std::string& waveChunks, const std::string& regionChunks = dls::wsmp({}),
+                    const std::string& fmtChunk = dls::fmt(1, 8000, 16)) {
+  dls::Collection c;
+  c.addWave(dls::wave(fmtChunk, dls::pcm16(ramp(8)), dls::info({{"INAM", "w"}}) + waveChunks));
+  dls::Instrument instrument;
+  instrument.regions = {dls::region(regionChunks)};
+  c.addInstrument(instrument);
+  return c.bytes();
+}
+
+std::string withRegion(const std::string& chunks) { return damaged(dls::wsmp({}), chunks); }
+
+// The size field of the last "data" chunk (the last chunk of the file) made
+// to run far past the end.
+std::string dataPastTheEnd(std::string bytes) {
+  const size_t at = bytes.rfind("data");
+  const std::string size = riff::le32(0x100000);
+  bytes.replace(at + 4, 4, size);
+  return bytes;
+}
+
+std::string ptblChunk(std::initializer_list<uint32_t> values) {
+  riff::Body body;
+  for (uint32_t v : values) body.u32(v);
+  return riff::chunk("ptbl", body);
+}
+
+}  // namespace
+
+TEST(DLSBadInput, ShortChunksAndBadSizesAreReportedAndSkipped) {
+  TempDir dir;
+  const std::string wave = dir.file("out/c_dls/samples/w.wav");
+  const std::string fullRegion = dls::rgnh(0, 127, 0, 127) + dls::wlnk(0);
+  dls::Instrument shortHeader;
+  shortHeader.inshBody = std::string(8, '\0');
+  dls::Collection withShortInsh;
+  withShortInsh.addInstrument(shortHeader);
+  dls::Collection shortTable, longCount, pastPool;
+  for (dls::Collection* c : {&shortTable, &longCount, &pastPool})
+    c->addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(8)), dls::info({{"INAM", "w"}}) + dls::wsmp({})));
+  shortTable.withPoolTable = false;
+  shortTable.extra = riff::chunk("ptbl", "abcd");
+  longCount.withPoolTable = false;
+  longCount.extra = ptblChunk({8, 5, 0});
+  pastPool.tableOffsets = {0x100000};
+  pastPool.useTableOffsets = true;
+  riff::Body oneLoopNoRecord;
+  oneLoopNoRecord.u32(20).u16(60).i16(0).i32(0).u32(0).u32(1);
+  riff::Body noBlockAlign;  // a stereo 16-bit format whose block align is 0
+  noBlockAlign.u16(1).u16(2).u32(8000).u32(0).u16(0).u16(16);
+  riff::Body oneBlock;
+  oneBlock.u16(0x0101).zeros(4104).u16(0x0000).zeros(100);
+  auto compressed = [&](const std::string& fmtChunk, const std::string& data, const std::string& ewav) {
+    dls::Collection c;
+    c.addWave(dls::wave(fmtChunk, data, dls::info({{"INAM", "w"}}) + dls::wsmp({}) + ewav));
+    return c.bytes();
+  };
+  std::string plainWave;
+  {
+    dls::Collection c;
+    c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(50)), dls::info({{"INAM", "w"}}) + dls::wsmp({})));
+    plainWave = c.bytes();
+  }
+
+  struct Case {
+    const char* what;
+    std::string collection;
+    std::string message;
+  };
+  const std::vector<Case> cases = {
+      {"region wsmp", withRegion(fullRegion + riff::chunk("wsmp", std::string(10, '\0'))),
+       "wsmp chunk too short, region left untuned\n"},
+      {"region loop", withRegion(fullRegion + riff::chunk("wsmp", oneLoopNoRecord)),
+       "wsmp chunk too short for its loop, region left unlooped\n"},
+      {"rgnh", withRegion(riff::chunk("rgnh", std::string(6, '\0')) + dls::wlnk(0)),
+       "rgnh chunk too short, region left without ranges\n"},
+      {"wlnk", withRegion(riff::chunk("wlnk", "abcd")), "wlnk chunk too short, region left empty\n"},
+      {"insh", withShortInsh.bytes(), "insh chunk too short, instrument skipped\n"},
+      {"ptbl", shortTable.bytes(), "ptbl chunk too short, no wave can be found\n"},
+      {"ptbl count", longCount.bytes(), "ptbl chunk holds only 1 of its 5 cues\n"},
+      {"pool offset", pastPool.bytes(), "missing pool table ffset reference:0x100000\n"},
+      {"fmt", damaged("", dls::wsmp({}), riff::chunk("fmt ", std::string(10, '\1'))),
+       "fmt chunk too short, wave skipped:" + wave + "\n"},
+      {"channels", damaged("", dls::wsmp({}), dls::fmt(0, 8000, 16)),
+       "wave without channels or sample rate skipped:" + wave + "\n"},
+      {"rate", damaged(dls::wsmp({}), dls::wsmp({}), dls::fmt(1, 0, 16)),
+       "wave without channels or sample rate skipped:" + wave + "\n"},
+      {"art1", withRegion(fullRegion + riff::list("LIST", "lart", riff::chunk("art1", "abcd"))),
+       "art1 chunk too short, connections skipped\n"},
+      {"art2 count", withRegion(fullRegion + riff::list("LIST", "lar2", dls::art("art2", {{}, {}}, 1000))),
+       "art2 chunk holds only 2 of its 1000 connections\n"},
+      {"smpl record", damaged(riff::chunk("smpl", riff::Body().zeros(28).u32(1).zeros(28))),
+       "smpl loop record past the end of its chunk, no loop written for:" + wave + "\n"},
+      {"smpl header", damaged(riff::chunk("smpl", riff::Body().zeros(20))),
+       "smpl chunk too short, no loop written for:" + wave + "\n"},
+      {"wave wsmp", damaged(riff::chunk("wsmp", std::string(10, '\0'))),
+       "wsmp chunk too short, no loop written for:" + wave + "\n"},
+      {"wave loop", damaged(riff::chunk("wsmp", oneLoopNoRecord)),
+       "wsmp chunk too short for its loop, no loop written for:" + wave + "\n"},
+      {"ewav", compressed(dls::fmt(2, 8000, 16), oneBlock, riff::chunk("ewav", "ab")),
+       "ewav chunk too short:" + wave + "\n"},
+      {"expansion past the allocation", compressed(riff::chunk("fmt ", noBlockAlign), oneBlock, riff::chunk("ewav", "abcd")),
+       "alloc:0\n"},
+      {"data", dataPastTheEnd(plainWave), "wave data runs past the end of the file:" + wave + "\n"},
+      {"compressed data", dataPastTheEnd(compressed(dls::fmt(2, 8000, 16), oneBlock, riff::chunk("ewav", "abcd"))),
+       "wave data runs past the end of the file:" + wave + "\n"},
+  };
+  for (const Case& item : cases) {
+    SCOPED_TRACE(item.what);
+    Conversion run = convertCollection(dir, item.collection);
+    EXPECT_NE(run.console.find(item.message), std::string::npos) << run.console;
+  }
+
+  // What could be read was still written: one block expanded without room
+  // reserved for it, fifty samples before the end of the file.
+  convertCollection(dir, compressed(riff::chunk("fmt ", noBlockAlign), oneBlock, riff::chunk("ewav", "abcd")));
+  EXPECT_EQ(readWave(wave).frames, 2048);
+  convertCollection(dir, dataPastTheEnd(plainWave));
+  EXPECT_EQ(readWave(wave).frames, 50);
+}
