@@ -11,7 +11,7 @@
 
 class BodyStream {
  public:
-  static const size_t kPieceSize = size_t(1) << 20;
+  static constexpr size_t kPieceSize = size_t(1) << 20;
 
   BodyStream(tolvin::IFFTree& tree, uint64_t offset, uint64_t length);
 
