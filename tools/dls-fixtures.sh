@@ -10,8 +10,11 @@ here=$(cd "$(dirname "$0")" && pwd)
 cache=${1:?usage: dls-fixtures.sh CACHE_FOLDER}
 banks=/usr/share/sounds/sf2
 
-"$here/ensure-node-deps.sh"
 mkdir -p "$cache"
+# Test programs running side by side share one cache: one writer at a time.
+exec 9>"$cache/.lock"
+flock 9
+"$here/ensure-node-deps.sh"
 
 make_input() {  # mode output bank
   local target="$cache/$2"
