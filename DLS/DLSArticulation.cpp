@@ -1,4 +1,7 @@
 // Translation of DLS connection blocks into SFZ opcode lines.
+// Values are streamed into the instrument file, which is always in the
+// stream's default state, so they read as the six significant digits of
+// number text everywhere.
 #include <cmath>
 #include <iostream>
 #include <string>
@@ -210,15 +213,15 @@ void DLSConverter::parse_art(const _CONNECTION* block, int) {
          << " src  :0x" << tolvin::hexText(block->usSource, 4, ' ') << "()"
          << " ctrl :0x" << tolvin::hexText(block->usControl, 4, ' ')
          << " trns :0x" << tolvin::hexText(block->usTransform, 4, ' ')
-         << " scale:" << tolvin::numberText(value) << "\n";
+         << " scale:" << value << "\n";
     return;
   }
   if (source->form == SourceForm::Direct) {
-    if (!destinationName.empty()) out_ << " " << destinationName << "=" << tolvin::numberText(value) << "\n";
+    if (!destinationName.empty()) out_ << " " << destinationName << "=" << value << "\n";
     return;
   }
   if (block->usSource == kSourceEG2 && block->usDestination == kDestinationPitch) {
-    out_ << " pitcheg_depth=" << tolvin::numberText(value) << "\n";
+    out_ << " pitcheg_depth=" << value << "\n";
     return;
   }
   if (block->usSource == kSourceKeyVelocity) {
@@ -231,18 +234,18 @@ void DLSConverter::parse_art(const _CONNECTION* block, int) {
     }
   }
 
-  // Step 3: the line.
-  std::string line = " ";
+  // Step 3: the line. The transforms are reported (step 4) before it is
+  // complete; the report goes to the console, the line to the file.
+  out_ << " ";
   if (source->form == SourceForm::Prefix)
-    line += std::string(source->name) + "_" + destinationName;
+    out_ << source->name << "_" << destinationName;
   else
-    line += destinationName + "_" + source->name;
-  line += controlSuffix(block->usControl);
-  line += "=" + tolvin::numberText(value);
+    out_ << destinationName << "_" << source->name;
+  out_ << controlSuffix(block->usControl) << "=" << value;
 
   // Step 4: transforms are reported, not applied.
   reportTransforms(block->usTransform, source->name);
 
   // Step 5.
-  out_ << line << " //scale: 0x" << tolvin::hexText(static_cast<uint32_t>(scale)) << "\n";
+  out_ << " //scale: 0x" << tolvin::hexText(static_cast<uint32_t>(scale)) << "\n";
 }

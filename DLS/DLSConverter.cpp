@@ -1,5 +1,7 @@
 #include "DLS/DLSConverter.h"
 
+#include "DLS/ChunkView.h"
+
 #include <ctime>
 #include <iostream>
 
@@ -7,7 +9,7 @@
 #include "source/PlatformTools.h"
 #include "source/TLVSConv.h"
 
-using tolvin::ChunkBody;
+using tolvin::ByteReader;
 using tolvin::IFFTreeNode;
 
 namespace {
@@ -48,6 +50,8 @@ const uint64_t kWlnkSize = 12;
 const uint64_t kWsmpSize = 20;
 const uint64_t kWsmpLoopSize = 16;
 const uint64_t kArtHeaderSize = 8;
+// Instruments up to this size are read in one piece.
+const uint64_t kInstrumentBlockLimit = 4 << 20;
 
 std::string replaceDotsAndBlanks(std::string name) {
   for (char& c : name)
@@ -90,6 +94,8 @@ std::string DLSConverter::consoleNumber(uint64_t value) const {
   return consoleHex_ ? tolvin::hexText(value) : std::to_string(value);
 }
 
+ChunkView DLSConverter::body(const IFFTreeNode* node) { return ChunkView(*tree_, node, block_); }
+
 std::string DLSConverter::process() {
   tree_ = std::make_unique<tolvin::IFFTree>(inputPath_, nullptr);
   if (tree_->process(tolvin::IFF_LOAD_STREAM)) parseTree(tree_->root.get());
@@ -99,8 +105,8 @@ std::string DLSConverter::process() {
 void DLSConverter::getChildString(std::string& out, const char* id, const IFFTreeNode* parent) {
   const IFFTreeNode* child = parent ? parent->findFirstChild(id) : nullptr;
   if (!child) return;
-  ChunkBody body(*tree_, child);
-  out = body.reader().text(0, body.size());
+  const ChunkView view = body(child);
+  out = view.reader().text(0, view.reader().size());
 }
 
 void DLSConverter::writeInfoLines(const IFFTreeNode* info, std::string& text) {
@@ -126,8 +132,8 @@ void DLSConverter::parseTree(const IFFTreeNode* root) {
   collectionInfo_.clear();
   if (const IFFTreeNode* info = top->findFirstChild("LIST(INFO)")) writeInfoLines(info, collectionInfo_);
   if (const IFFTreeNode* vers = top->findFirstChild("vers")) {
-    ChunkBody body(*tree_, vers);
-    const tolvin::ByteReader& reader = body.reader();
+    const ChunkView view = body(vers);
+    const ByteReader& reader = view.reader();
     collectionInfo_ += "// File versionMS   :0x" + tolvin::hexText(reader.u32(0)) + "\n";
     collectionInfo_ += "// File versionLS   :0x" + tolvin::hexText(reader.u32(4)) + "\n";
   }
@@ -172,16 +178,27 @@ void DLSConverter::writeControlBlock() {
 }
 
 void DLSConverter::parse_LISTins_(const IFFTreeNode* instrument) {
+  const ChunkBlock block(*tree_, instrument, kInstrumentBlockLimit);
+  block_ = &block;
+  writeInstrument(instrument);
+  block_ = nullptr;
+}
+
+void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
   const IFFTreeNode* insh = instrument->findFirstChild("insh");
   if (!insh) return;
-  ChunkBody inshBody(*tree_, insh);
-  if (!inshBody.reader().has(0, kInshSize)) {
-    std::cout << "insh chunk too short, instrument skipped\n";
-    return;
+  uint32_t regionCount = 0, bank = 0, program = 0;
+  {
+    const ChunkView view = body(insh);
+    const ByteReader& reader = view.reader();
+    if (!reader.has(0, kInshSize)) {
+      std::cout << "insh chunk too short, instrument skipped\n";
+      return;
+    }
+    regionCount = reader.u32(0);
+    bank = reader.u32(4);
+    program = reader.u32(8);
   }
-  const uint32_t regionCount = inshBody.reader().u32(0);
-  const uint32_t bank = inshBody.reader().u32(4);
-  const uint32_t program = inshBody.reader().u32(8);
 
   const IFFTreeNode* info = instrument->findFirstChild("LIST(INFO)");
   std::string name;
@@ -237,8 +254,8 @@ void DLSConverter::writeArticulation(const IFFTreeNode* owner, const char* scope
 }
 
 void DLSConverter::writeConnectionChunk(const IFFTreeNode* chunk, const char* scope) {
-  ChunkBody body(*tree_, chunk);
-  const tolvin::ByteReader& reader = body.reader();
+  const ChunkView view = body(chunk);
+  const ByteReader& reader = view.reader();
   if (!reader.has(0, kArtHeaderSize)) {
     std::cout << chunk->name << " chunk too short, connections skipped\n";
     return;
@@ -262,13 +279,14 @@ void DLSConverter::parse_LISTrgn(const IFFTreeNode* region, int) {
   if (!wlnk) return;
   uint32_t tableIndex = 0;
   {
-    ChunkBody body(*tree_, wlnk);
-    if (!body.reader().has(0, kWlnkSize)) {
+    const ChunkView view = body(wlnk);
+    const ByteReader& reader = view.reader();
+    if (!reader.has(0, kWlnkSize)) {
       std::cout << "wlnk chunk too short, region left empty\n";
       return;
     }
-    if (body.reader().u16(0) >= 3) std::cout << "node_wlnk unknown fusOptions\n";
-    tableIndex = body.reader().u32(8);
+    if (reader.u16(0) >= 3) std::cout << "node_wlnk unknown fusOptions\n";
+    tableIndex = reader.u32(8);
   }
 
   // An index equal to the number of names passes this test and then misses
@@ -289,8 +307,8 @@ void DLSConverter::parse_LISTrgn(const IFFTreeNode* region, int) {
   const IFFTreeNode* rgnh = region->findFirstChild("rgnh");
   if (!rgnh) return;
   {
-    ChunkBody body(*tree_, rgnh);
-    const tolvin::ByteReader& reader = body.reader();
+    const ChunkView view = body(rgnh);
+    const ByteReader& reader = view.reader();
     if (!reader.has(0, kRgnhSize)) {
       std::cout << "rgnh chunk too short, region left without ranges\n";
       return;
@@ -309,15 +327,15 @@ void DLSConverter::parse_LISTrgn(const IFFTreeNode* region, int) {
 }
 
 void DLSConverter::writeRegionTuning(const IFFTreeNode* wsmp) {
-  ChunkBody body(*tree_, wsmp);
-  const tolvin::ByteReader& reader = body.reader();
+  const ChunkView view = body(wsmp);
+  const ByteReader& reader = view.reader();
   if (!reader.has(0, kWsmpSize)) {
     std::cout << "wsmp chunk too short, region left untuned\n";
     return;
   }
   out_ << " pitch_keycenter=" << reader.u16(4) << "\n";
   out_ << " tune=" << reader.i16(6) << "\n";
-  out_ << " volume=" << tolvin::numberText(reader.i32(8) / 655360.0) << "\n";
+  out_ << " volume=" << reader.i32(8) / 655360.0 << "\n";
 
   const uint32_t loopCount = reader.u32(16);
   if (loopCount == 0) {

@@ -12,6 +12,8 @@
 #include "Converters/Common/ConverterBase.h"
 #include "source/IFFTree.h"
 
+class ChunkBlock;
+class ChunkView;
 class WaveFileWriter;
 
 // One connection block of an articulation: a source, scaled by lScale and
@@ -58,6 +60,9 @@ class DLSConverter : public ConverterBase {
   const std::map<uint64_t, std::string>& waveNames() const { return waveNames_; }
 
  private:
+  void writeInstrument(const tolvin::IFFTreeNode* instrument);
+  // A chunk's body, from the instrument block in memory while one is read.
+  ChunkView body(const tolvin::IFFTreeNode* node);
   void writeFileHeader(const tolvin::IFFTreeNode* instrumentInfo, uint32_t bank, uint32_t program,
                        uint32_t regionCount);
   void writeControlBlock();
@@ -93,4 +98,5 @@ class DLSConverter : public ConverterBase {
   std::string outputFolder_;
   std::string collectionInfo_;
   bool consoleHex_ = false;
+  const ChunkBlock* block_ = nullptr;  // the instrument being written, read whole
 };

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "DLS/BodyStream.h"
+#include "DLS/ChunkView.h"
 #include "DLS/DLSConverter.h"
 #include "DLS/gigxpand.h"
 #include "source/NumberText.h"
@@ -12,7 +13,7 @@
 #include "source/TLVSConv.h"
 #include "source/wave_writer.h"
 
-using tolvin::ChunkBody;
+using tolvin::ByteReader;
 using tolvin::IFFTreeNode;
 
 namespace {
@@ -42,7 +43,7 @@ uint32_t pitchFraction(int16_t fineTune) {
   return static_cast<uint32_t>(fraction);
 }
 
-Chunk_smpl_header smplHeaderFrom(const tolvin::ByteReader& reader) {
+Chunk_smpl_header smplHeaderFrom(const ByteReader& reader) {
   Chunk_smpl_header header{};
   header.manufacturer = reader.u32(0);
   header.product = reader.u32(4);
@@ -56,7 +57,7 @@ Chunk_smpl_header smplHeaderFrom(const tolvin::ByteReader& reader) {
   return header;
 }
 
-Chunk_smpl_loop smplLoopFrom(const tolvin::ByteReader& reader, uint64_t offset) {
+Chunk_smpl_loop smplLoopFrom(const ByteReader& reader, uint64_t offset) {
   Chunk_smpl_loop loop{};
   loop.identifier = reader.u32(offset);
   loop.type = reader.u32(offset + 4);
@@ -85,8 +86,8 @@ void DLSConverter::parseAudioInfo(const IFFTreeNode* container) {
 
   const IFFTreeNode* ptbl = container->findFirstChild("ptbl");
   if (!ptbl) return;
-  ChunkBody body(*tree_, ptbl);
-  const tolvin::ByteReader& reader = body.reader();
+  const ChunkView view = body(ptbl);
+  const ByteReader& reader = view.reader();
   if (!reader.has(0, kPtblHeaderSize)) {
     std::cout << "ptbl chunk too short, no wave can be found\n";
     return;
@@ -147,8 +148,8 @@ void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
   uint16_t formatTag = 0, channels = 0, blockAlign = 0, bitsPerSample = 0;
   uint32_t sampleRate = 0;
   {
-    ChunkBody body(*tree_, fmt);
-    const tolvin::ByteReader& reader = body.reader();
+    const ChunkView view = body(fmt);
+    const ByteReader& reader = view.reader();
     if (!reader.has(0, kFmtSize)) {
       std::cout << "fmt chunk too short, wave skipped:" << path << "\n";
       return;
@@ -193,10 +194,10 @@ void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
       }
 
       if (const IFFTreeNode* ewav = wave->findFirstChild("ewav")) {
-        ChunkBody ewavBody(*tree_, ewav);
-        if (!ewavBody.reader().has(0, 4)) std::cout << "ewav chunk too short:" << path << "\n";
+        const ChunkView ewavView = body(ewav);
+        if (!ewavView.reader().has(0, 4)) std::cout << "ewav chunk too short:" << path << "\n";
         const uint64_t allocation = static_cast<uint64_t>(static_cast<double>(frames) * blockAlign * kExpansionFactor);
-        std::cout << "Compressed Audio found 0:" << tolvin::hexText(ewavBody.reader().u32(0))
+        std::cout << "Compressed Audio found 0:" << tolvin::hexText(ewavView.reader().u32(0))
                   << " alloc:" << tolvin::hexText(allocation) << "\n";
         consoleHex_ = true;
         expandWaveData(writer, data, path);
@@ -212,8 +213,8 @@ void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
 bool DLSConverter::writeWaveLoop(WaveFileWriter& writer, const IFFTreeNode* wave, uint32_t sampleRate,
                                  const std::string& path) {
   if (const IFFTreeNode* wsmp = wave->findFirstChild("wsmp")) {
-    ChunkBody body(*tree_, wsmp);
-    const tolvin::ByteReader& reader = body.reader();
+    const ChunkView view = body(wsmp);
+    const ByteReader& reader = view.reader();
     if (!reader.has(0, kWsmpSize)) {
       std::cout << "wsmp chunk too short, no loop written for:" << path << "\n";
       return true;
@@ -243,8 +244,8 @@ bool DLSConverter::writeWaveLoop(WaveFileWriter& writer, const IFFTreeNode* wave
   }
 
   if (const IFFTreeNode* smpl = wave->findFirstChild("smpl")) {
-    ChunkBody body(*tree_, smpl);
-    const tolvin::ByteReader& reader = body.reader();
+    const ChunkView view = body(smpl);
+    const ByteReader& reader = view.reader();
     if (!reader.has(0, kSmplHeaderSize)) {
       std::cout << "smpl chunk too short, no loop written for:" << path << "\n";
       return true;
