@@ -57,7 +57,6 @@ class DLSConverter : public ConverterBase {
 
   bool severalInstruments() const { return severalInstruments_; }
   unsigned filesWritten() const { return filesWritten_; }
-  const std::map<uint64_t, std::string>& waveNames() const { return waveNames_; }
 
  private:
   void writeInstrument(const tolvin::IFFTreeNode* instrument);

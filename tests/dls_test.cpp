@@ -40,6 +40,8 @@ const std::string kControlAndGlobal =
 struct Conversion {
   std::string console;
   std::string result;
+  bool severalInstruments = false;
+  unsigned filesWritten = 0;
 };
 
 // Converts in-process, so that the sanitizers watch every read.
@@ -48,6 +50,8 @@ Conversion convert(const std::string& input, const std::string& outputPath) {
   c.console = captureStdout([&] {
     DLSConverter converter(input, outputPath);
     c.result = converter.process();
+    c.severalInstruments = converter.severalInstruments();
+    c.filesWritten = converter.filesWritten();
   });
   return c;
 }
@@ -331,6 +335,17 @@ TEST(DLSCollection, StructureProblemsAreReportedAndOtherInstrumentsGoOn) {
   const std::string ending = " lfo02_freq=5.0  lfo02_delay=0.01\n\n";
   EXPECT_EQ(cut.substr(cut.size() - ending.size()), ending);
   EXPECT_EQ(run.result, dir.file("out/kit_mls/Bank_00000000/000_Cut.sfz"));
+  EXPECT_TRUE(run.severalInstruments);
+  EXPECT_EQ(run.filesWritten, 1u);  // the unfinished file is not counted
+
+  // Every collection extension reaches this converter, whatever its case.
+  for (const std::string name : {"a.Dlsc", "b.gig", "c.dlp", "d.xmf", "e.DLS"}) {
+    writeFile(dir.file(name), c.bytes());
+    EXPECT_EQ(runSorvane({dir.file(name), dir.file("out")}).err, "");
+    std::string folder = name;
+    folder[1] = '_';
+    EXPECT_TRUE(exists(dir.file("out/" + folder + "/Bank_00000000/002_Odd.sfz"))) << name;
+  }
 
   dls::Collection other = c;
   other.form = "WAVE";
