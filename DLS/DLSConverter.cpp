@@ -44,6 +44,7 @@ const char* const kControlDefaults[] = {
 };
 
 // Fixed parts of the chunks read here.
+const uint64_t kVersSize = 8;
 const uint64_t kInshSize = 12;
 const uint64_t kRgnhSize = 12;
 const uint64_t kWlnkSize = 12;
@@ -134,6 +135,7 @@ void DLSConverter::parseTree(const IFFTreeNode* root) {
   if (const IFFTreeNode* vers = top->findFirstChild("vers")) {
     const ChunkView view = body(vers);
     const ByteReader& reader = view.reader();
+    if (!reader.has(0, kVersSize)) std::cout << "vers chunk too short\n";
     collectionInfo_ += "// File versionMS   :0x" + tolvin::hexText(reader.u32(0)) + "\n";
     collectionInfo_ += "// File versionLS   :0x" + tolvin::hexText(reader.u32(4)) + "\n";
   }

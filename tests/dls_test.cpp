@@ -562,6 +562,8 @@ TEST(DLSBadInput, ShortChunksAndBadSizesAreReportedAndSkipped) {
   shortHeader.inshBody = std::string(8, '\0');
   dls::Collection withShortInsh;
   withShortInsh.addInstrument(shortHeader);
+  dls::Collection shortVersion;
+  shortVersion.vers = riff::chunk("vers", "abcd");
   dls::Collection shortTable, longCount, pastPool;
   for (dls::Collection* c : {&shortTable, &longCount, &pastPool})
     c->addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(8)), dls::info({{"INAM", "w"}}) + dls::wsmp({})));
@@ -603,6 +605,7 @@ TEST(DLSBadInput, ShortChunksAndBadSizesAreReportedAndSkipped) {
        "rgnh chunk too short, region left without ranges\n"},
       {"wlnk", withRegion(riff::chunk("wlnk", "abcd")), "wlnk chunk too short, region left empty\n"},
       {"insh", withShortInsh.bytes(), "insh chunk too short, instrument skipped\n"},
+      {"vers", shortVersion.bytes(), "vers chunk too short\n"},
       {"ptbl", shortTable.bytes(), "ptbl chunk too short, no wave can be found\n"},
       {"ptbl count", longCount.bytes(), "ptbl chunk holds only 1 of its 5 cues\n"},
       {"pool offset", pastPool.bytes(), "missing pool table ffset reference:0x100000\n"},
