@@ -96,6 +96,7 @@ std::string globalConnections(const std::string& sfz) {
 
 struct WaveFacts {
   int frames = -1, channels = 0, rate = 0, format = 0, loops = -1;
+  unsigned loopStart = 0, baseNote = 0;
 };
 
 WaveFacts readWave(const std::string& path) {
@@ -111,6 +112,8 @@ WaveFacts readWave(const std::string& path) {
   facts.loops = sf_command(file, SFC_GET_INSTRUMENT, &instrument, sizeof instrument) == SF_TRUE
                     ? instrument.loop_count
                     : 0;
+  facts.loopStart = instrument.loops[0].start;
+  facts.baseNote = static_cast<unsigned>(instrument.basenote);
   sf_close(file);
   return facts;
 }
@@ -237,6 +240,8 @@ TEST(DLSCollection, WholeConversionWritesInstrumentFilesSamplesAndResult) {
   EXPECT_EQ(facts.rate, 22050);
   EXPECT_EQ(facts.format, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
   EXPECT_EQ(facts.loops, 1);
+  EXPECT_EQ(facts.loopStart, 100u);
+  EXPECT_EQ(facts.baseNote, 60u);
   facts = readWave(folder + "/samples/UNKNOWN_0.wav");
   EXPECT_EQ(facts.frames, 50);
   EXPECT_EQ(facts.channels, 2);
