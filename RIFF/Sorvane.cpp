@@ -8,6 +8,8 @@
 #include <new>
 
 #include "Converters/Common/GMCurves.h"
+#include "DLS/DLSConverter.h"
+#include "DLS/RMIConverter.h"
 #include "source/PlatformTools.h"
 
 // The SFZ model numbers its LFOs and envelopes through these process-wide maps.
@@ -29,9 +31,31 @@ struct FormatRow {
   ConvertFunction convert;
 };
 
+std::string convertCollection(const std::string& input, const std::string& outputPath) {
+  DLSConverter converter(input, outputPath);
+  return converter.process();
+}
+
+// The song's collection is extracted beside it and converted while the
+// extractor is still alive; nothing extracted means nothing to convert.
+std::string convertSongCollection(const std::string& input, const std::string& outputPath) {
+  RMIConverter extractor(input, outputPath);
+  const std::string collection = extractor.process();
+  if (collection.empty()) return std::string();
+  DLSConverter converter(collection, outputPath);
+  return converter.process();
+}
+
 // Extensions in the order they are tried; the first match decides.
 const FormatRow kFormats[] = {
-    {nullptr, nullptr},
+    {"dls", convertCollection},
+    {"mls", convertCollection},
+    {"dlp", convertCollection},
+    {"gig", convertCollection},
+    {"dlsc", convertCollection},
+    {"rmi", convertSongCollection},
+    {"xmf", convertCollection},
+    {"xmi", convertSongCollection},
 };
 
 const FormatRow* findFormat(const std::string& extension) {

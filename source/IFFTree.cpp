@@ -15,6 +15,8 @@ namespace {
 // Real files nest a handful of levels; anything deeper is hostile and would
 // otherwise exhaust the stack.
 const int kMaxNesting = 256;
+// Chunks up to this size are read past rather than seeked over.
+const size_t kSkipByReading = 4096;
 
 const char* const kContainerIds[] = {"RIFF", "RIFX", "LIST", "list", "FORM",
                                      "PROP", "CAT ", "IF64", "if64", "riff"};
@@ -195,15 +197,23 @@ bool IFFTree::readExactly(void* buffer, uint64_t count) {
 }
 
 void IFFTree::skipForward(uint64_t count) {
-  // A size that runs past the end of the file leaves the reader at the end:
-  // whatever comes next finds no data there, as it would past the end.
-  int64_t here = IFF_TELL();
-  if (here >= 0 && count > fileSize - std::min<uint64_t>(fileSize, static_cast<uint64_t>(here)))
-    IFF_SEEK(0, 2);
-  else
-    IFF_SEEK(count, 1);
-  int64_t now = IFF_TELL();
-  position = now >= 0 ? static_cast<uint64_t>(now) : position;
+  // Called right after a chunk header, which starts at `position`: the
+  // target is known without asking the stream. A size that runs past the end
+  // of the file leaves the reader at the end: whatever comes next finds no
+  // data there, as it would past the end.
+  const uint64_t here = position + static_cast<uint64_t>(idSize + sizeSize);
+  if (count > fileSize - std::min(fileSize, here)) {
+    if (IFF_SEEK(0, 2)) position = std::max(fileSize, here);
+    return;
+  }
+  // A stream seeks with a system call even inside its buffer; small chunks,
+  // by far the most, are cheaper to read past.
+  uint8_t scratch[kSkipByReading];
+  if (loadMethod == IFF_LOAD_STREAM && count <= sizeof scratch && readExactly(scratch, count)) {
+    position = here + count;
+    return;
+  }
+  if (IFF_SEEK(here + count, 0)) position = here + count;
 }
 
 bool IFFTree::ParseChunk(IFFTreeNode* parent, int64_t remaining) {

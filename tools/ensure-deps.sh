@@ -4,18 +4,24 @@
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config libgtest-dev libsndfile1-dev
-          fluid-soundfont-gm timgm6mb-soundfont opl3-soundfont)
+          fluid-soundfont-gm timgm6mb-soundfont opl3-soundfont time)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
+# The DLS integration tests write their inputs with an npm package; a
+# node.js from another source than Debian is fine as long as npm comes along.
+command -v npm >/dev/null 2>&1 || missing+=(nodejs npm)
 
-echo "Installing: ${missing[*]}"
-if [ "$(id -u)" -ne 0 ]; then
-  echo "Not root: please install these packages with apt-get: ${missing[*]}"
-  exit 1
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "Not root: please install these packages with apt-get: ${missing[*]}"
+    exit 1
+  fi
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
-export DEBIAN_FRONTEND=noninteractive
-apt-get update -qq
-apt-get install -y -qq --no-install-recommends "${missing[@]}"
+
+"$(dirname "$0")/ensure-node-deps.sh"
