@@ -6,7 +6,6 @@
 #include <fstream>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 
 #include "Converters/Common/ConverterBase.h"
@@ -81,8 +80,6 @@ class DLSConverter : public ConverterBase {
   // left in: the compressed-audio report leaves it in hexadecimal and the
   // pool-table report turns it back to decimal.
   std::string consoleNumber(uint64_t value) const;
-  // `name`, or, when an earlier wave of the pool took it, name_2, name_3...
-  std::string unusedWaveName(const std::string& name);
 
   bool severalInstruments_ = false;
   std::ofstream out_;  // the instrument file being written
@@ -92,8 +89,6 @@ class DLSConverter : public ConverterBase {
   int64_t inputFileSize_ = 0;
   std::unique_ptr<tolvin::IFFTree> tree_;
   std::map<uint64_t, std::string> waveNames_;  // pool-table index -> wave file base name
-  std::set<std::string> takenWaveNames_;        // lower-cased, as a case-blind file system sees them
-  std::map<std::string, unsigned> nextWaveSuffix_;
   std::string outputFolder_;
   std::string collectionInfo_;
   bool consoleHex_ = false;

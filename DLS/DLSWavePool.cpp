@@ -110,23 +110,6 @@ void DLSConverter::parseAudioInfo(const IFFTreeNode* container) {
               << " cues\n";
 }
 
-std::string DLSConverter::unusedWaveName(const std::string& name) {
-  // Collections made from other banks often repeat a sample name for
-  // different audio; each wave keeps its own file so that every region
-  // plays the audio it was made with.
-  std::string base;
-  tolvin::lowercase(name, base);
-  if (takenWaveNames_.insert(base).second) return name;
-  unsigned& suffix = nextWaveSuffix_[base];
-  if (suffix < 2) suffix = 2;
-  for (;;) {
-    const std::string candidate = name + "_" + std::to_string(suffix++);
-    std::string key;
-    tolvin::lowercase(candidate, key);
-    if (takenWaveNames_.insert(key).second) return candidate;
-  }
-}
-
 void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
   const IFFTreeNode* fmt = wave->findFirstChild("fmt ");
   const IFFTreeNode* data = wave->findFirstChild("data");
@@ -139,9 +122,10 @@ void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
     tolvin::cleanPathName(name);
     name = tolvin::TLVSConv(name, tolvin::UTF8);
     getChildString(copyright, "ICOP", info);
-    if (!name.empty()) name = unusedWaveName(name);
   }
-  // Unnamed waves all share one file name, and their regions name ".wav".
+  // A wave file is named after its wave alone: waves that share a name (and
+  // all unnamed waves, whose regions name ".wav") share one file, the last
+  // written winning.
   const std::string fileName = name.empty() ? "UNKNOWN_" + std::to_string(0) + ".wav" : name + ".wav";
   const std::string path = outputFolder_ + "/samples/" + tolvin::TLVSConv(fileName, tolvin::UTF8);
 

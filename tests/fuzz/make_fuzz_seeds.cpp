@@ -1,0 +1,74 @@
+// Writes starting inputs for the fuzz targets, made with the test builders:
+// make_fuzz_seeds OUTPUT_FOLDER creates OUTPUT_FOLDER/<target>/<seed files>.
+#include <sys/stat.h>
+
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "tests/support/DlsBuilder.h"
+#include "tests/support/RiffBuilder.h"
+
+namespace {
+
+std::string root;
+
+void seed(const std::string& target, const std::string& name, const std::string& bytes) {
+  const std::string folder = root + "/" + target;
+  ::mkdir(root.c_str(), 0777);
+  ::mkdir(folder.c_str(), 0777);
+  std::ofstream(folder + "/" + name, std::ios::binary) << bytes;
+}
+
+std::vector<int16_t> ramp(int count) {
+  std::vector<int16_t> samples;
+  for (int i = 0; i < count; ++i) samples.push_back(static_cast<int16_t>(i * 300 - 4000));
+  return samples;
+}
+
+void chunkTreeSeeds() {
+  const std::string body = riff::chunk("fmt ", "0123456789abcdef") + riff::chunk("data", "odd");
+  seed("fuzz_iff_tree", "riff", riff::list("RIFF", "WAVE", body + riff::list("LIST", "INFO", riff::chunk("INAM", "x"))));
+  seed("fuzz_iff_tree", "rifx", riff::listBE("RIFX", "WAVE", riff::chunkBE("fmt ", "abcd")));
+  seed("fuzz_iff_tree", "form", riff::listBE("FORM", "AIFF", riff::chunkBE("COMM", "abcdef")));
+  seed("fuzz_iff_tree", "rf64", std::string("RF64") + riff::Body().u64(12).text("WAVE").text("ds64").u64(0).bytes());
+  seed("fuzz_iff_tree", "midi", std::string("MThd") + riff::Body().be32(6).be16(0).be16(1).be16(96).bytes() +
+                                    "MTrk" + riff::Body().be32(4).bytes() + std::string("\x00\xFF\x2F\x00", 4));
+  seed("fuzz_iff_tree", "caf", std::string("caff") + riff::Body().be16(1).be16(0).bytes() + "desc" +
+                                   riff::Body().be64(4).bytes() + "abcd");
+  seed("fuzz_iff_tree", "nsfe", std::string("NSFE") + riff::Body().u32(2).text("INFO").text("ab").u32(0).text("NEND").bytes());
+}
+
+void collectionSeeds() {
+  dls::Collection c;
+  c.info = dls::info({{"INAM", "Seed"}, {"ICOP", "none"}});
+  dls::Sampling looped;
+  looped.loops = {dls::Loop{0, 2, 8}};
+  c.addWave(dls::wave(dls::fmt(1, 22050, 16), dls::pcm16(ramp(16)),
+                      dls::info({{"INAM", "Ramp"}, {"ICOP", "c"}}) + dls::wsmp(looped)));
+  c.addWave(dls::wave(dls::fmt(2, 22050, 16), dls::pcm16(ramp(8))));
+  dls::Instrument instrument;
+  instrument.program = 3;
+  instrument.regions = {dls::region(dls::rgnh(0, 60, 0, 127) + dls::wlnk(0) + dls::wsmp(looped) +
+                                    dls::lart({{1, 0x81, 3, 0, 65536}, {0, 0, 0x206, 0, 0}})),
+                        dls::region(dls::rgnh(61, 127, 0, 127) + dls::wlnk(1) + dls::wsmp({}))};
+  c.addInstrument(instrument);
+  const std::string collection = c.bytes();
+  seed("fuzz_dls", "collection", collection);
+  const std::string midi = std::string("MThd") + riff::Body().be32(6).be16(0).be16(1).be16(96).bytes();
+  seed("fuzz_rmi", "song", riff::list("RIFF", "RMID", riff::chunk("data", midi) + collection));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::cout << "usage: make_fuzz_seeds OUTPUT_FOLDER" << std::endl;
+    return 1;
+  }
+  root = argv[1];
+  chunkTreeSeeds();
+  collectionSeeds();
+  return 0;
+}
