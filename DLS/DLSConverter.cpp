@@ -2,6 +2,7 @@
 
 #include "DLS/ChunkView.h"
 
+#include <cstdio>
 #include <ctime>
 #include <iostream>
 
@@ -217,7 +218,9 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
   // An instrument left unfinished for want of regions still holds the
   // stream; it ends where it stopped.
   if (out_.is_open()) out_.close();
+  out_.clear();
   out_.open(path, std::ios::out | std::ios::trunc | std::ios::binary);
+  outPath_ = path;
   if (!out_.is_open()) {
     std::cout << "error creating output file!\n";
     return;
@@ -242,8 +245,17 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
       std::cout << "odd lrng child" << child->name << "\n";
   }
   out_ << "\n";
+  closeInstrumentFile();
+}
+
+void DLSConverter::closeInstrumentFile() {
   out_.close();
   ++filesWritten_;
+  if (out_.fail()) {
+    // A full disk or a size limit: no truncated instrument is left as if whole.
+    std::cout << "error writing output file:" << outPath_ << "\n";
+    std::remove(outPath_.c_str());
+  }
 }
 
 void DLSConverter::writeArticulation(const IFFTreeNode* owner, const char* scope) {

@@ -59,6 +59,8 @@ class DLSConverter : public ConverterBase {
 
  private:
   void writeInstrument(const tolvin::IFFTreeNode* instrument);
+  // Closes the instrument file; one that could not be written whole is removed.
+  void closeInstrumentFile();
   // A chunk's body, from the instrument block in memory while one is read.
   ChunkView body(const tolvin::IFFTreeNode* node);
   void writeFileHeader(const tolvin::IFFTreeNode* instrumentInfo, uint32_t bank, uint32_t program,
@@ -83,6 +85,7 @@ class DLSConverter : public ConverterBase {
 
   bool severalInstruments_ = false;
   std::ofstream out_;  // the instrument file being written
+  std::string outPath_;  // and its path
   std::string inputPath_;
   std::string result_;
   unsigned filesWritten_ = 0;

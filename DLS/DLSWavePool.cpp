@@ -154,6 +154,7 @@ void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
     std::cout << "Not able to open output file " << path << "\n";
     return;
   }
+  bool writeFailed = false;
   {
     WaveFileWriter writer(file);
     if (!copyright.empty()) writer.set_string(WAVE_STRING_COPYRIGHT, copyright);
@@ -189,9 +190,14 @@ void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
         copyWaveData(writer, data, path);
       }
       writer.finalize();
+      writeFailed = writer.writeFailed();
     }
   }
-  std::fclose(file);
+  if (std::fclose(file) != 0 || writeFailed) {
+    // A full disk or a size limit: no truncated wave is left behind as if whole.
+    std::cout << "error writing output file:" << path << "\n";
+    std::remove(path.c_str());
+  }
 }
 
 bool DLSConverter::writeWaveLoop(WaveFileWriter& writer, const IFFTreeNode* wave, uint32_t sampleRate,

@@ -47,7 +47,9 @@ void WaveFileWriter::start() {
 }
 
 bool WaveFileWriter::writeBytes(const void* bytes, size_t count) {
-  return file_ && (count == 0 || std::fwrite(bytes, 1, count, file_) == count);
+  const bool written = file_ && (count == 0 || std::fwrite(bytes, 1, count, file_) == count);
+  if (!written) failed_ = true;
+  return written;
 }
 
 uint64_t WaveFileWriter::tell() const {
@@ -129,6 +131,7 @@ bool WaveFileWriter::set_regions(const std::vector<WaveRegion>& regions) {
   const uint32_t endPosition = static_cast<uint32_t>(tell());
   ok = ok && fseeko(file_, sizePosition, SEEK_SET) == 0 &&
        write_uint32(endPosition - sizePosition - 4) && fseeko(file_, endPosition, SEEK_SET) == 0;
+  if (!ok) failed_ = true;
   return ok;
 }
 
@@ -187,5 +190,6 @@ bool WaveFileWriter::finalize() {
        write_uint32(static_cast<unsigned>(dataEnd_ - 4)) && write_fourcc("WAVE") &&
        write_fourcc("fmt ") && write_uint32(sizeof format_) && writeBytes(&format_, sizeof format_);
   finalized_ = true;
+  if (!ok || std::fflush(file_) != 0) failed_ = true;
   return ok;
 }

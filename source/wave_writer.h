@@ -67,6 +67,9 @@ class WaveFileWriter {
 
   bool hasFile() const { return file_ != nullptr; }
   bool isFinalized() const { return finalized_; }
+  // True once any write or seek has failed (a full disk, a size limit): the
+  // file on disk is then not whole.
+  bool writeFailed() const { return failed_; }
 
   // An odd body gets a pad byte, and the size field counts it.
   bool appendChunk(unsigned id, unsigned size, const void* data);
@@ -98,4 +101,5 @@ class WaveFileWriter {
   uint64_t dataEnd_ = 0;
   uint64_t dataSizePosition_ = 0;
   bool finalized_ = false;
+  bool failed_ = false;
 };

@@ -2,11 +2,13 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -59,7 +61,7 @@ std::vector<std::string> listDir(const std::string& path) {
   return names;
 }
 
-RunResult runSorvane(const std::vector<std::string>& arguments) {
+RunResult runSorvane(const std::vector<std::string>& arguments, uint64_t fileSizeLimit) {
   TempDir capture;
   const std::string outPath = capture.file("stdout"), errPath = capture.file("stderr");
   RunResult result;
@@ -69,6 +71,11 @@ RunResult runSorvane(const std::vector<std::string>& arguments) {
     int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     ::dup2(out, 1);
     ::dup2(err, 2);
+    if (fileSizeLimit) {
+      ::signal(SIGXFSZ, SIG_IGN);
+      struct rlimit limit = {fileSizeLimit, fileSizeLimit};
+      ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(SORVANE_EXE));
     for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));

@@ -1,6 +1,7 @@
 // Shared helpers for the tests: temporary folders, running the program, files.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,9 @@ struct RunResult {
 };
 
 // Runs the sorvane executable with these arguments (program name excluded).
-RunResult runSorvane(const std::vector<std::string>& arguments);
+// A non-zero `fileSizeLimit` caps every file it writes at that many bytes, as
+// a full disk would (writes past it fail instead of killing the program).
+RunResult runSorvane(const std::vector<std::string>& arguments, uint64_t fileSizeLimit = 0);
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);

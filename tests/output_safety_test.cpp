@@ -1,0 +1,115 @@
+// Whatever a bank's names say and whatever the disk does, files are written
+// only inside the output folder, and a file that could not be written whole
+// is not left behind.
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <filesystem>
+#include <set>
+
+#include "tests/support/DlsBuilder.h"
+#include "tests/support/TestSupport.h"
+
+using namespace testsupport;
+namespace fs = std::filesystem;
+
+namespace {
+
+// Every file below `root`, as paths relative to it.
+std::set<std::string> filesBelow(const std::string& root) {
+  std::set<std::string> files;
+  for (const auto& entry : fs::recursive_directory_iterator(root))
+    if (!entry.is_directory()) files.insert(fs::relative(entry.path(), root).string());
+  return files;
+}
+
+const char* const kHostileNames[] = {
+    "../../escape", "/abs/olute", "..", ".hidden", "..\\..\\win", "a\x01\x1f\x7f" "ctl",
+    "sub/dir/name", "same name", "same_name", "C:evil",
+};
+
+std::vector<int16_t> ramp(int count) {
+  std::vector<int16_t> samples;
+  for (int i = 0; i < count; ++i) samples.push_back(static_cast<int16_t>(i * 100));
+  return samples;
+}
+
+std::string hostileCollection() {
+  dls::Collection c;
+  std::vector<std::string> names(std::begin(kHostileNames), std::end(kHostileNames));
+  names.push_back(std::string(255, 'L'));
+  uint32_t index = 0;
+  for (const std::string& name : names) {
+    c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(8)), dls::info({{"INAM", name}})));
+    dls::Instrument named;
+    named.program = index;
+    named.name = name;
+    named.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(index) + dls::wsmp({}))};
+    c.addInstrument(named);
+    ++index;
+  }
+  return c.bytes();
+}
+
+}  // namespace
+
+TEST(OutputConfinement, HostileCollectionNamesStayInsideTheOutputFolder) {
+  TempDir root;
+  // Deep enough that any "../" that escaped would still land below `root`.
+  const std::string work = root.file("a/b/c");
+  fs::create_directories(work + "/in");
+  fs::create_directories(work + "/out");
+  writeFile(work + "/in/bank.dls", hostileCollection());
+
+  RunResult run = runSorvane({work + "/in/bank.dls", work + "/out"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "");
+  std::set<std::string> files = filesBelow(root.path());
+  ASSERT_GT(files.size(), 10u);
+  for (const std::string& file : files) {
+    const bool inside = file.rfind("a/b/c/out/bank_dls/", 0) == 0 || file == "a/b/c/in/bank.dls";
+    EXPECT_TRUE(inside) << file;
+  }
+  // Colliding names share a file rather than escape: "same name" and
+  // "same_name" both clean to same_name.
+  EXPECT_TRUE(exists(work + "/out/bank_dls/samples/same_name.wav"));
+}
+
+TEST(ResourceFaults, AnOutputPathThatIsAFileIsReportedAndNothingIsWritten) {
+  TempDir dir;
+  writeFile(dir.file("bank.dls"), hostileCollection());
+  writeFile(dir.file("blocker"), "not a folder");
+  RunResult run = runSorvane({dir.file("bank.dls"), dir.file("blocker"), dir.file("results.txt")});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "");
+  EXPECT_NE(run.out.find("Not able to open output file "), std::string::npos);
+  EXPECT_NE(run.out.find("error creating output file!"), std::string::npos);
+  EXPECT_EQ(readFile(dir.file("blocker")), "not a folder");
+}
+
+TEST(ResourceFaults, AFullDiskLeavesNoTruncatedWave) {
+  TempDir dir;
+  dls::Collection c;
+  c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(4)), dls::info({{"INAM", "small"}})));
+  c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(60000)), dls::info({{"INAM", "big"}})));
+  dls::Instrument instrument;
+  instrument.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(1) + dls::wsmp({}))};
+  c.addInstrument(instrument);
+  writeFile(dir.file("bank.dls"), c.bytes());
+  fs::create_directory(dir.file("out"));
+
+  // The input may be larger than the limit: only files being written are capped.
+  RunResult run = runSorvane({dir.file("bank.dls"), dir.file("out")}, 64 * 1024);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "");
+  const std::string samples = dir.file("out/bank_dls/samples/");
+  EXPECT_NE(run.out.find("error writing output file:" + samples + "big.wav"), std::string::npos) << run.out;
+  EXPECT_FALSE(exists(samples + "big.wav"));
+  // What fit is whole and readable.
+  SF_INFO info = {};
+  SNDFILE* small = sf_open((samples + "small.wav").c_str(), SFM_READ, &info);
+  ASSERT_NE(small, nullptr);
+  EXPECT_EQ(info.frames, 4);
+  sf_close(small);
+  EXPECT_TRUE(exists(dir.file("out/bank_dls/Bank_00000000/000_UNNAMED.sfz")));
+}
