@@ -4,7 +4,8 @@
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config libgtest-dev libsndfile1-dev
-          fluid-soundfont-gm timgm6mb-soundfont opl3-soundfont time)
+          fluid-soundfont-gm timgm6mb-soundfont opl3-soundfont time
+          clang libclang-rt-14-dev)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
