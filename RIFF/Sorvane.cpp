@@ -8,11 +8,13 @@
 #include <new>
 
 #include "Converters/Common/GMCurves.h"
+#include "Converters/Common/sfz.h"
 #include "DLS/DLSConverter.h"
 #include "DLS/RMIConverter.h"
 #include "source/PlatformTools.h"
 
-// The SFZ model numbers its LFOs and envelopes through these process-wide maps.
+// The SFZ model numbers its LFOs and envelopes through these process-wide maps,
+// which live with the driver: they outlast every tree of a run.
 namespace sfz {
 std::map<int, int> gLfoIdCpt;
 std::map<int, int> gEgIdCpt;

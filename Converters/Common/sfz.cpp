@@ -1,0 +1,225 @@
+#include "Converters/Common/sfz.h"
+
+#include "source/NumberText.h"
+
+namespace sfz {
+
+int gLfoCpt = 6;
+int gEgCpt = 6;
+
+std::string zeroPad(int number) { return tolvin::zeroPaddedSigned(number, 2); }
+
+namespace {
+
+struct TargetName {
+  SFZModulator::TargetType type;
+  const char* name;
+};
+const TargetName kTargetNames[] = {
+    {SFZModulator::TARGET_NOT_USED, "not_used"}, {SFZModulator::TARGET_PITCH, "pitch"},
+    {SFZModulator::TARGET_VOLUME, "volume"},     {SFZModulator::TARGET_AMPLITUDE, "amplitude"},
+    {SFZModulator::TARGET_CUTOFF, "cutoff"},     {SFZModulator::TARGET_MULTI, "multi"},
+    {SFZModulator::TARGET_UNKNOWN, "unknown"},
+};
+
+struct FilterName {
+  SFZFilter::FilterType type;
+  const char* text;
+};
+const FilterName kFilterNames[] = {
+    {SFZFilter::LPF_1P, "lpf_1p"}, {SFZFilter::HPF_1P, "hpf_1p"}, {SFZFilter::LPF_2P, "lpf_2p"},
+    {SFZFilter::HPF_2P, "hpf_2p"}, {SFZFilter::BPF_2P, "bpf_2p"}, {SFZFilter::BRF_2P, "brf_2p"},
+    {SFZFilter::LPF_4P, "lpf_4p"}, {SFZFilter::HPF_4P, "hpf_4p"}, {SFZFilter::BPF_4P, "bpf_4p"},
+    {SFZFilter::BRF_4P, "brf_4p"}, {SFZFilter::LPF_6P, "lpf_6p"}, {SFZFilter::HPF_6P, "hpf_6p"},
+};
+// The text every other filter type gets, as it has always been written.
+const char kUnknownFilter[] = "TODO filter_type";
+
+// The number an LFO or envelope id is written with: the one it already has,
+// or the next free one.
+int numberFor(int id, std::map<int, int>& numbers, int& next) {
+  auto found = numbers.find(id);
+  if (found != numbers.end()) return found->second;
+  numbers[id] = next;
+  return next++;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- elements
+
+std::string SFZOnCC::toString(const std::string& prefix) const {
+  std::string text = prefix + "_oncc" + std::to_string(cc) + "=" + tolvin::numberText(value);
+  if (curve != 0) text += prefix + "_curvecc" + std::to_string(cc) + "=" + std::to_string(curve);
+  return text;
+}
+
+void SFZElement::addOnCC(int cc, double value, int curve) {
+  onCC_.push_back(std::make_shared<SFZOnCC>(static_cast<uint64_t>(static_cast<int64_t>(cc)), value, curve));
+}
+
+std::string SFZElement::toString(const std::string& prefix) const {
+  std::string text;
+  if (!nullValue_) text = prefix + name_ + "=" + tolvin::numberText(value_);
+  for (const auto& onCC : onCC_) text += onCC->toString(prefix + name_);
+  if (!text.empty()) text += "\n";
+  return text;
+}
+
+// ---------------------------------------------------------------- modulators
+
+std::string SFZModulator::getStringTargetType(TargetType target) {
+  for (const TargetName& row : kTargetNames)
+    if (row.type == target) return row.name;
+  return "unknown";
+}
+
+std::string SFZModUnknown::modulatorToString() const { return " //SFZModUnknown!!!"; }
+
+std::string SFZSimpleMod::modulatorToString() const {
+  std::string text = element_.toString(" ");
+  if (!text.empty()) text += "\n";
+  return text;
+}
+
+void SFZTargets::set(SFZModulator::TargetType type, double intensity) {
+  owned_.push_back(std::make_unique<SFZElement>(SFZModulator::getStringTargetType(type), intensity));
+  byType_[type] = owned_.back().get();
+}
+
+bool SFZTargets::hasAny() const {
+  for (const auto& entry : byType_)
+    if (entry.second) return true;
+  return false;
+}
+
+std::string SFZTargets::toString(const std::string& prefix) const {
+  std::string text;
+  for (const auto& entry : byType_)
+    if (entry.second) text += entry.second->toString(prefix);
+  return text;
+}
+
+SFZLfo::SFZLfo(int id, TargetType target, double intensity, WaveType wave, double freq, double phase,
+               double delay)
+    : SFZModulator(id, MOD_LFO, target, intensity), wave_(wave), freq_("freq", freq), phase_("phase", phase),
+      delay_("delay", delay) {
+  if (!isNoTarget(target)) targets_.set(target, intensity);
+}
+
+void SFZLfo::addTarget(TargetType target, double intensity) {
+  targets_.set(target, intensity);
+  if (!isNoTarget(getTargetType())) setTargetType(TARGET_MULTI);
+}
+
+std::string SFZLfo::modulatorToString() const {
+  const std::string prefix = " lfo" + zeroPad(numberFor(getId(), gLfoIdCpt, gLfoCpt)) + "_";
+  return prefix + "wave=" + std::to_string(static_cast<int>(wave_)) + "\n" + targets_.toString(prefix) +
+         freq_.toString(prefix) + phase_.toString(prefix) + delay_.toString(prefix);
+}
+
+std::string SFZFilter::getFilterStringType() const {
+  for (const FilterName& row : kFilterNames)
+    if (row.type == type_) return row.text;
+  return kUnknownFilter;
+}
+
+std::string SFZFilter::modulatorToString() const {
+  return " fil_type=" + getFilterStringType() + "\n" + cutoff_.toString(" ") + resonance_.toString(" ");
+}
+
+SFZEg::SFZEg(int id, TargetType target, double intensity) : SFZModulator(id, MOD_EG, target, intensity) {
+  if (!isNoTarget(target)) targets_.set(target, intensity);
+}
+
+void SFZEg::addTarget(TargetType target, double intensity) {
+  targets_.set(target, intensity);
+  if (!isNoTarget(getTargetType())) setTargetType(TARGET_MULTI);
+}
+
+void SFZEg::addPoint(const EgPoint& point, bool isSustain) {
+  points_.push_back(point);
+  if (isSustain) sustain_ = points_.size() - 1;
+}
+
+void SFZEg::fillDefaultPoints() {
+  static const double kLevels[6] = {0.0, 1.0, 1.0, 1.0, 1.0, 0.0};
+  for (double level : kLevels) addPoint(EgPoint(0.001, level, 0.0), false);
+  sustain_ = 4;
+}
+
+std::string SFZEg::modulatorToString() const {
+  const std::string prefix = " eg" + zeroPad(numberFor(getId(), gEgIdCpt, gEgCpt)) + "_";
+  // The number is taken even when nothing but the warning is written.
+  if (!targets_.hasAny()) return "//EG WITHOUT TARGET\n";
+  std::string text = targets_.toString(prefix) + prefix + "sustain=" + std::to_string(sustain_) + "\n";
+  for (size_t i = 0; i < points_.size(); ++i) {
+    const std::string index = std::to_string(i);
+    text += points_[i].time.toString(prefix + "time" + index) + points_[i].level.toString(prefix + "level" + index) +
+            points_[i].shape.toString(prefix + "shape" + index);
+  }
+  return text;
+}
+
+// ---------------------------------------------------------------- nodes
+
+SFZNode::~SFZNode() {
+  opcodes_.clear();
+  modulators_.clear();
+  children_.clear();
+}
+
+void SFZNode::addChild(SFZNode* child) {
+  if (!child) return;
+  child->setParent(this);
+  children_.emplace_back(child);
+}
+
+void SFZNode::addOpCode(SFZOpCode* opcode) {
+  if (!opcode) return;
+  opcode->setParent(this);
+  opcodes_.emplace_back(opcode);
+}
+
+void SFZNode::addModulator(SFZModulator* modulator) {
+  if (!modulator) return;
+  modulator->setParent(this);
+  modulators_.emplace_back(modulator);
+}
+
+SFZOpCode* SFZNode::getOpCode(const std::string& text) const {
+  for (const auto& opcode : opcodes_)
+    if (opcode->toString() == text) return opcode.get();
+  return nullptr;
+}
+
+SFZModulator* SFZNode::getModulator(int id) const {
+  for (const auto& modulator : modulators_)
+    if (modulator->getId() == id) return modulator.get();
+  return nullptr;
+}
+
+std::string SFZNode::toString() const {
+  std::string text;
+  const std::string commentText = comment.str();
+  if (!commentText.empty()) text += "/*\n" + commentText + "*/\n";
+  for (const auto& opcode : opcodes_) {
+    const std::string line = opcode->toString();
+    if (line.empty()) continue;
+    text += line;
+    if (text.back() != '\n') text += "\n";
+  }
+  // A modulator's text already ends its lines, so each is followed by a blank line.
+  for (const auto& modulator : modulators_) text += modulator->toString() + "\n";
+  for (const auto& child : children_) text += child->toString();
+  return text;
+}
+
+SFZTree::SFZTree() : SFZNode(nullptr), currentNode(this) {
+  gLfoCpt = 6;
+  gEgCpt = 6;
+  gLfoIdCpt.clear();
+  gEgIdCpt.clear();
+}
+
+}  // namespace sfz
