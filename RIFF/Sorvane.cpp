@@ -8,6 +8,7 @@
 #include <new>
 
 #include "Converters/Common/GMCurves.h"
+#include "SF2/SF2Converter.h"
 #include "source/PlatformTools.h"
 
 // The SFZ model numbers its LFOs and envelopes through these process-wide maps.
@@ -29,9 +30,15 @@ struct FormatRow {
   ConvertFunction convert;
 };
 
+std::string convertSoundFont(const std::string& input, const std::string& outputPath) {
+  SF2Converter converter(input, outputPath);
+  return converter.process();
+}
+
 // Extensions in the order they are tried; the first match decides.
 const FormatRow kFormats[] = {
-    {nullptr, nullptr},
+    {"sf2", convertSoundFont},
+    {"sbk", convertSoundFont},
 };
 
 const FormatRow* findFormat(const std::string& extension) {
