@@ -34,8 +34,8 @@ const unsigned kGenEndOper = 60;
 // Work bounds: a real preset walks a few thousand records; a hostile bank
 // whose presets all point at the same huge ranges is cut short instead of
 // writing gigabytes of comments.
-const uint64_t kPresetWorkLimit = 1u << 18;
-const uint64_t kBankWorkBase = 1u << 22;
+const uint64_t kPresetWorkLimit = 1u << 17;
+const uint64_t kBankWorkBase = 1u << 20;
 const uint64_t kBankWorkPerRecord = 16;
 const uint64_t kWorkPerPresetFile = 64;  // its header and curve text
 
