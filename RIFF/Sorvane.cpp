@@ -11,6 +11,7 @@
 #include "Converters/Common/sfz.h"
 #include "DLS/DLSConverter.h"
 #include "DLS/RMIConverter.h"
+#include "SF2/SF2Converter.h"
 #include "source/PlatformTools.h"
 
 // The SFZ model numbers its LFOs and envelopes through these process-wide maps,
@@ -33,8 +34,10 @@ struct FormatRow {
   ConvertFunction convert;
 };
 
-std::string convertCollection(const std::string& input, const std::string& outputPath) {
-  DLSConverter converter(input, outputPath);
+// One converter, built on the stack and gone before the driver goes on.
+template <typename Converter>
+std::string convertWith(const std::string& input, const std::string& outputPath) {
+  Converter converter(input, outputPath);
   return converter.process();
 }
 
@@ -50,13 +53,15 @@ std::string convertSongCollection(const std::string& input, const std::string& o
 
 // Extensions in the order they are tried; the first match decides.
 const FormatRow kFormats[] = {
-    {"dls", convertCollection},
-    {"mls", convertCollection},
-    {"dlp", convertCollection},
-    {"gig", convertCollection},
-    {"dlsc", convertCollection},
+    {"sf2", convertWith<SF2Converter>},
+    {"sbk", convertWith<SF2Converter>},
+    {"dls", convertWith<DLSConverter>},
+    {"mls", convertWith<DLSConverter>},
+    {"dlp", convertWith<DLSConverter>},
+    {"gig", convertWith<DLSConverter>},
+    {"dlsc", convertWith<DLSConverter>},
     {"rmi", convertSongCollection},
-    {"xmf", convertCollection},
+    {"xmf", convertWith<DLSConverter>},
     {"xmi", convertSongCollection},
 };
 

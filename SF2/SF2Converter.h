@@ -1,0 +1,155 @@
+// SoundFont 2 (and version-1 "sbk") banks to SFZ: one SFZ file per preset and
+// one wave file, "sf2_smpl.wav", holding the bank's whole sample pool.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <set>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Converters/Common/ConverterBase.h"
+#include "source/IFFTree.h"
+
+namespace sfz {
+class SFZTree;
+class SFZNode;
+class SFZLfo;
+class SFZEg;
+class SFZFilter;
+}  // namespace sfz
+
+class SF2Converter : public ConverterBase {
+ public:
+  SF2Converter(const std::string& input, const std::string& output);
+  ~SF2Converter() override;
+  SF2Converter(const SF2Converter&) = delete;
+  SF2Converter& operator=(const SF2Converter&) = delete;
+
+  // The whole conversion; returns the first usable preset file, or "".
+  std::string process();
+
+  int parseTree(const tolvin::IFFTreeNode* root);
+  int parse_pdta(const tolvin::IFFTreeNode* pdta);
+  bool process_hydra();
+  void getChildString(std::string& out, const char* id, const tolvin::IFFTreeNode* parent);
+  // Adds "/* text */" to the section being filled.
+  void currentNodeComment(const std::string& text);
+
+  void process_phdr(unsigned long preset);
+  void process_pbag(unsigned long first, unsigned long count);
+  void process_pgen(unsigned long index);
+  void process_igen(unsigned long index);
+  void process_ibag(const char* instrumentName, unsigned long first, unsigned long count);
+  void process_inst(unsigned long instrument);
+  void todo_gen(unsigned short generator, short amount, bool preset);
+  std::string createGeneratorInfo(unsigned short generator, short amount, bool preset);
+
+  void process_pmod(unsigned long index);
+  void process_imod(unsigned long index);
+  void log_default_imod();
+
+  bool saveAudio();
+  void process_shdr(unsigned long sampleIndex);
+
+  // Sample names of a version-1 bank's "snam" chunk.
+  const std::vector<std::string>& sampleNames() const { return sampleNames_; }
+  uint32_t mainSampleRate() const { return mainSampleRate_; }
+
+  // Name of a generator number ("gdummy" past the table).
+  static const char* generatorName(unsigned number);
+
+  // What a generator becomes at one level (the rows live in the source).
+  struct GeneratorRule;
+
+ private:
+  // One pdta record table: its body, kept until destruction, and its count.
+  struct RecordTable {
+    std::unique_ptr<tolvin::ChunkBody> body;
+    uint64_t count = 0;
+    tolvin::ByteReader reader() const {
+      return body ? body->reader() : tolvin::ByteReader();
+    }
+  };
+  // Record ranges [first, end) of a zone, clamped to what the tables hold.
+  struct ZoneSpan {
+    uint64_t genFirst = 0, genEnd = 0, modFirst = 0, modEnd = 0;
+    uint64_t genCount = 0;  // as the bags declare it, before clamping
+    bool hasLast = false;   // the zone's last generator could be read
+    uint16_t lastOper = 0;
+  };
+  enum class Level { Preset, Instrument };
+
+  uint64_t declaredSize(const tolvin::IFFTreeNode* node);
+  bool loadTable(const tolvin::IFFTreeNode* pdta, const char* id, uint64_t recordSize,
+                 bool checkSize, RecordTable& table);
+  bool checkSampleRates();
+  std::string headerText(const std::string& dateText);
+  ZoneSpan zoneSpan(const RecordTable& bags, const RecordTable& gens, const RecordTable& mods,
+                    uint64_t bag, const char* bagName);
+  void translateGenerator(const GeneratorRule& rule, unsigned short oper, short amount, Level level);
+  std::string levelTag(Level level) const;
+  bool spendWork(uint64_t records);
+
+  // The modulator slots of the section being filled (0 and 1 LFOs, 2 and 3
+  // envelopes, 4 the filter); null, after "ERROR CODE 666", when the slot
+  // holds another kind of object.
+  sfz::SFZLfo* lfoSlot(int slot, int newTarget, double newIntensity, bool nullPhase,
+                       bool nullDelay, double newFreq = 0.0);
+  sfz::SFZEg* egSlot(int slot, bool* created = nullptr);
+  sfz::SFZFilter* filterSlot(double newCutoff);
+  void addOpCode(const std::string& text);
+  void addSection(const std::string& header);
+  std::string modulatorText(const char* opener, const char* sourceLead, unsigned long index,
+                            const RecordTable& table);
+
+  using GeneratorHandler = void (SF2Converter::*)(unsigned short, short, bool);
+  static const int kHandlerCount = 64;
+  GeneratorHandler presetHandlers_[kHandlerCount];
+  GeneratorHandler instrumentHandlers_[kHandlerCount];
+
+  std::string inputPath_;
+  std::string outputPath_;
+  std::ostringstream header_;
+  std::ostringstream curves_;
+  FILE* output_ = nullptr;
+
+  std::unique_ptr<tolvin::IFFTree> tree_;
+  uint16_t versionMajor_ = 0;
+  uint16_t versionMinor_ = 0;
+  const tolvin::IFFTreeNode* smplNode_ = nullptr;
+  const tolvin::IFFTreeNode* sm24Node_ = nullptr;
+  std::vector<std::string> sampleNames_;
+  std::set<uint64_t> bankSet_;
+  uint32_t mainSampleRate_ = 0;
+
+  // Declared after tree_ so that they are released before it goes.
+  RecordTable phdr_, pbag_, ibag_, pmod_, imod_, pgen_, igen_, inst_, shdr_;
+
+  std::unique_ptr<sfz::SFZTree> sfzTree_;
+  sfz::SFZNode* currentNode_ = nullptr;
+  sfz::SFZNode* sectionParent_ = nullptr;
+
+  // Zone working state.
+  int64_t startOffset_ = 0, endOffset_ = 0;
+  int64_t startCoarseOffset_ = 0, endCoarseOffset_ = 0;
+  int64_t startLoopOffset_ = 0, endLoopOffset_ = 0;
+  int64_t startLoopCoarseOffset_ = 0, endLoopCoarseOffset_ = 0;
+  int32_t fineTune_ = 0, coarseTune_ = 0, presetCoarseTune_ = 0;
+  bool rootKeyOverridden_ = false;
+
+  // Curve numbering of the default modulators, reset for every preset. Only
+  // the next free number and the default curve's number are ever read.
+  int nextCurve_ = 7, curveCounter_ = 6, savedNextCurve_ = 7, savedCurveCounter_ = 6;
+  int curveCounterStep_ = 0;
+  int defaultCurve_ = 0;
+
+  // Hostile tables can make every preset walk the same huge ranges again and
+  // again; the work spent is bounded per preset and per bank.
+  uint64_t presetWork_ = 0, bankWork_ = 0, bankWorkLimit_ = 0;
+  bool presetStopped_ = false, bankStopped_ = false;
+
+  std::vector<std::string> results_;
+};
