@@ -7,6 +7,7 @@
 #include <map>
 #include <new>
 
+#include "ACID/ACIDConverter.h"
 #include "Converters/Common/GMCurves.h"
 #include "Converters/Common/sfz.h"
 #include "DLS/DLSConverter.h"
@@ -53,6 +54,7 @@ std::string convertSongCollection(const std::string& input, const std::string& o
 
 // Extensions in the order they are tried; the first match decides.
 const FormatRow kFormats[] = {
+    {"wav", convertWith<ACIDConverter>},
     {"sf2", convertWith<SF2Converter>},
     {"sbk", convertWith<SF2Converter>},
     {"dls", convertWith<DLSConverter>},
