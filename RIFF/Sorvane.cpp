@@ -109,6 +109,10 @@ int sorvane_convert(const std::string& input, const std::string& outputPath, std
     std::cout << "Unsupported extension:" << extension << std::endl;
     return 0;
   }
+  if (tolvin::isDirectory(input)) {
+    std::cout << "Input is a folder, not a file: " << input << std::endl;
+    return 0;
+  }
   try {
     result = format->convert(input, outputPath);
   } catch (const std::bad_alloc&) {

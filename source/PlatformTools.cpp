@@ -21,6 +21,11 @@ int64_t fileSize(const std::string& path) {
   return static_cast<int64_t>(info.st_size);
 }
 
+bool isDirectory(const std::string& path) {
+  struct stat info;
+  return !path.empty() && ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
 std::string getFileExtension(const std::string& path) {
   size_t dot = path.rfind('.');
   return dot == std::string::npos ? std::string() : path.substr(dot + 1);

@@ -9,6 +9,7 @@ namespace tolvin {
 
 bool fileExists(const std::string& path, bool unused = false);
 int64_t fileSize(const std::string& path);
+bool isDirectory(const std::string& path);
 
 // Text after the last "." of the whole path (not stopping at separators).
 std::string getFileExtension(const std::string& path);

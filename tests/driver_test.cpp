@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "RIFF/Sorvane.h"
+#include "tests/support/AcidBuilder.h"
+#include "tests/support/TestSupport.h"
+
+using namespace testsupport;
+
+namespace {
+const std::string kStar =
+    "******************************************************************************\n";
+const std::string kBanner = kStar + "* SORVANE 1.98\n";
+const std::string kUsage =
+    kStar + "*\n* Usage: Sorvane input output_path results.txt(optional)\n*\n" + kStar + "\n";
+
+std::string echo(const std::string& input, const std::string& output, const std::string& results) {
+  return kStar + "input       :" + input + "\noutput path :" + output + "\nresultinfo  :" + results + "\n" + kStar;
+}
+}  // namespace
+
+TEST(Driver, ArgumentShapesGiveTheirBoxesAndStatuses) {
+  struct Case {
+    std::vector<std::string> args;
+    std::string out;
+    int status;
+  };
+  const Case cases[] = {
+      {{}, kBanner + kUsage, 255},
+      {{"bank.sf2"}, kBanner + kUsage, 255},
+      {{"/?"}, kBanner + kUsage, 255},  // a lone "/?" is a missing output path
+      {{"/?", "out"}, kBanner + kUsage, 0},
+      {{"x.", "out"}, kBanner, 0},
+      {{"ab", "out", "r.txt"}, kBanner, 0},
+      {{"/no/such/file.sf2", "out"}, kBanner + echo("/no/such/file.sf2", "out", "") + "file not found!\n", 0},
+  };
+  for (const Case& c : cases) {
+    RunResult run = runSorvane(c.args);
+    EXPECT_EQ(run.out, c.out) << ::testing::PrintToString(c.args);
+    EXPECT_EQ(run.status, c.status) << ::testing::PrintToString(c.args);
+    EXPECT_EQ(run.err, "");
+  }
+}
+
+TEST(Driver, ExtensionsAreLowerCasedAndTakenAfterTheLastDot) {
+  TempDir dir;
+  for (const auto& named : {std::make_pair("BANK.XYZ", "xyz"), std::make_pair("my.dir/bank", "dir/bank"),
+                            std::make_pair("plain", "")}) {
+    const std::string path = dir.file(named.first);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    writeFile(path, "data");
+    RunResult run = runSorvane({path, dir.file("out"), dir.file("r.txt")});
+    EXPECT_EQ(run.out, kBanner + echo(path, dir.file("out"), dir.file("r.txt")) + "Unsupported extension:" +
+                           named.second + "\n");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_FALSE(exists(dir.file("r.txt")));
+  }
+}
+
+TEST(Driver, OnlyExactlyThreeArgumentsWriteTheResultsFile) {
+  TempDir dir;
+  writeFile(dir.file("LOOP.WAV"), acid::wave(acid::fmt(1, 1, 8000, 16) + acid::pcm16(std::vector<int16_t>(4))));
+  const std::string sfz = dir.file("out") + "/LOOP.sfz";
+  std::filesystem::create_directory(dir.file("out"));
+
+  RunResult three = runSorvane({dir.file("LOOP.WAV"), dir.file("out"), dir.file("r3.txt")});
+  EXPECT_EQ(three.status, 0);
+  EXPECT_EQ(readFile(dir.file("r3.txt")), sfz);
+  EXPECT_TRUE(exists(sfz));
+
+  RunResult four = runSorvane({dir.file("LOOP.WAV"), dir.file("out"), dir.file("r4.txt"), "extra"});
+  EXPECT_EQ(four.status, 0);
+  EXPECT_NE(four.out.find("resultinfo  :\n"), std::string::npos);
+  EXPECT_FALSE(exists(dir.file("r4.txt")));
+
+  // An unwritable results path is silent.
+  RunResult bad = runSorvane({dir.file("LOOP.WAV"), dir.file("out"), dir.file("no/such/dir/r.txt")});
+  EXPECT_EQ(bad.status, 0);
+  EXPECT_EQ(bad.err, "");
+}
+
+TEST(Driver, InProcessConvertReportsWhetherAConverterRan) {
+  TempDir dir;
+  std::string result = "untouched";
+  std::string out = captureStdout([&] { EXPECT_EQ(sorvane_convert(dir.file("missing.wav"), dir.path(), result), 0); });
+  EXPECT_EQ(out, "file not found!\n");
+  EXPECT_EQ(result, "untouched");
+  writeFile(dir.file("a.txt"), "x");
+  out = captureStdout([&] { EXPECT_EQ(sorvane_convert(dir.file("a.txt"), dir.path(), result), 0); });
+  EXPECT_EQ(out, "Unsupported extension:txt\n");
+  writeFile(dir.file("a.sf2"), "not a bank at all");
+  result.clear();
+  captureStdout([&] { EXPECT_EQ(sorvane_convert(dir.file("a.sf2"), dir.path(), result), 1); });
+  EXPECT_EQ(result, "");
+  EXPECT_EQ(captureStdout(Header), kBanner);
+  EXPECT_EQ(captureStdout(Usage), kUsage);
+}

@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "source/IFFTree.h"
+#include "tests/support/RiffBuilder.h"
+#include "tests/support/TestSupport.h"
+
+using namespace testsupport;
+using tolvin::IFFTree;
+using tolvin::IFFTreeNode;
+
+namespace {
+
+// "name@offset+size" for each node below `node`, depth first.
+std::string shape(const IFFTreeNode* node) {
+  std::string text;
+  for (const auto& child : node->children) {
+    text += child->name + "@" + std::to_string(child->offset) + "+" + std::to_string(child->size);
+    if (!child->children.empty()) text += "[" + shape(child.get()) + "]";
+    text += " ";
+  }
+  return text;
+}
+
+struct Parsed {
+  bool ok;
+  std::string console;
+  std::string tree;
+};
+
+Parsed parse(const std::string& bytes, tolvin::IFF_LOAD_METHOD method = tolvin::IFF_LOAD_STREAM) {
+  TempDir dir;
+  writeFile(dir.file("f"), bytes);
+  IFFTree tree(dir.file("f"), nullptr);
+  Parsed p;
+  p.console = captureStdout([&] { p.ok = tree.process(method); });
+  p.tree = p.ok ? shape(tree.root.get()) : "";
+  return p;
+}
+
+class MemoryFile : public tolvin::VirtualFile {
+ public:
+  explicit MemoryFile(std::string bytes) : bytes_(std::move(bytes)) {}
+  uint64_t read(void* buffer, uint64_t count) override {
+    count = std::min<uint64_t>(count, position_ < bytes_.size() ? bytes_.size() - position_ : 0);
+    std::memcpy(buffer, bytes_.data() + position_, count);
+    position_ += count;
+    return count;
+  }
+  bool seek(uint64_t position) override { position_ = position; return true; }
+  uint64_t tell() const override { return position_; }
+  uint64_t size() const override { return bytes_.size(); }
+
+ private:
+  std::string bytes_;
+  uint64_t position_ = 0;
+};
+
+const std::string kWave = riff::list("RIFF", "WAVE", riff::chunk("fmt ", "abcdefgh") + riff::chunk("data", "xyz") +
+                                                          riff::list("LIST", "INFO", riff::chunk("INAM", "ab")));
+
+}  // namespace
+
+TEST(ChunkTree, EveryLoadMethodBuildsTheSameTreeAndBodies) {
+  for (auto method : {tolvin::IFF_LOAD_WHOLE_FILE, tolvin::IFF_LOAD_MEMORY_MAP, tolvin::IFF_LOAD_STREAM}) {
+    Parsed p = parse(kWave, method);
+    EXPECT_TRUE(p.ok) << method;
+    EXPECT_EQ(p.tree, "RIFF(WAVE)@0+54[fmt @12+8 data@28+4 LIST(INFO)@40+14[INAM@52+2 ] ] ") << method;
+  }
+  IFFTree memory(reinterpret_cast<const uint8_t*>(kWave.data()), kWave.size());
+  ASSERT_TRUE(memory.process(tolvin::IFF_LOAD_MEMORY));
+  IFFTree virtualTree(new MemoryFile(kWave), true);
+  ASSERT_TRUE(virtualTree.process(tolvin::IFF_LOAD_VIRTUAL));
+  EXPECT_EQ(shape(memory.root.get()), shape(virtualTree.root.get()));
+  EXPECT_EQ(memory.root->name, "ram not owner");
+
+  const IFFTreeNode* data = virtualTree.root->children[0]->findFirstChild("data");
+  ASSERT_NE(data, nullptr);
+  // The odd body comes with its pad byte; a second fetch at one offset is the same buffer.
+  const uint8_t* body = virtualTree.GetChunkPtr(data, false);
+  ASSERT_NE(body, nullptr);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(body), 4), std::string("xyz\0", 4));
+  EXPECT_EQ(virtualTree.GetChunkPtrOffset(data->offset + 8, 100), body);
+  EXPECT_TRUE(virtualTree.ReleaseChunkPtr(body));
+  EXPECT_FALSE(virtualTree.ReleaseChunkPtr(body));
+  const uint8_t* whole = virtualTree.GetChunkPtr(data, true);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(whole), 4), "data");
+  EXPECT_TRUE(virtualTree.ReleaseChunkPtr(whole));
+  EXPECT_EQ(virtualTree.root->findFirstChild("LIST(INFO)"), nullptr);  // a grandchild
+  EXPECT_FALSE(memory.ReleaseChunkPtr(memory.GetChunkPtr(data, false)));  // memory is never released
+}
+
+TEST(ChunkTree, EveryMagicHasItsLayout) {
+  const struct {
+    const char* what;
+    std::string bytes;
+    std::string tree;
+  } cases[] = {
+      {"RIFX", riff::listBE("RIFX", "WAVE", riff::chunkBE("fmt ", "abc")), "RIFX(WAVE)@0+16[fmt @12+4 ] "},
+      {"FORM", riff::listBE("FORM", "AIFF", riff::chunkBE("COMM", "ab")), "FORM(AIFF)@0+14[COMM@12+2 ] "},
+      {"CAT", riff::listBE("CAT ", std::string(4, '\0'), ""), "CAT (NULL)@0+4 "},
+      {"LIST", riff::listBE("LIST", std::string("ab\0d", 4), ""), "LIST(ab)@0+4 "},
+      {"RF64", std::string("RF64") + riff::Body().u64(18).text("WAVE").text("ab12").u64(1).text("z").u8(0).bytes(),
+       "RF64@0+18 "},  // RF64 is a 64-bit-size layout, not a container,
+      {"Wave64", std::string("riff") + std::string(12, 'g') + riff::Body().u64(66).bytes() + "wave" +
+                     std::string(12, 'g') + "data" + std::string(12, 'g') + riff::Body().u64(24 + 2).bytes() + "hi",
+       "riff(wave)@0+42[data@40+2 ] "},
+      {"CAF", std::string("caff") + riff::Body().be16(1).be16(0).bytes() + "desc" + riff::Body().be64(3).bytes() + "abc",
+       "caff@0+23[desc@8+3 ] "},
+      {"MIDI", std::string("MThd") + riff::Body().be32(6).be16(0).be16(1).be16(96).bytes() + "MTrk" +
+                   riff::Body().be32(1).bytes() + "z",
+       "MIDI@0+23[MThd@0+6 MTrk@14+1 ] "},
+      {"NSFE", std::string("NSFE") + riff::Body().u32(3).text("INFO").text("abc").u32(0).text("NEND").text("junk").bytes(),
+       "EFSN@0+27[INFO@4+3 ] "},
+      {"RIFF with a trailing chunk", riff::list("RIFF", "WAVE", "") + riff::chunk("junk", "ab"),
+       "RIFF(WAVE)@0+4 junk@12+2 "},
+      {"zero byte inside an id", riff::list("RIFF", "WAVE", riff::chunk(std::string("ab\0d", 4), "")),
+       "RIFF(WAVE)@0+12[ab@12+0 ] "},
+  };
+  for (const auto& c : cases) {
+    Parsed p = parse(c.bytes);
+    EXPECT_TRUE(p.ok) << c.what << p.console;
+    EXPECT_EQ(p.tree, c.tree) << c.what;
+  }
+}
+
+TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
+  const std::string riffHead = riff::list("RIFF", "WAVE", "").substr(0, 12);
+  const struct {
+    const char* what;
+    std::string bytes;
+    std::string console;
+  } cases[] = {
+      {"empty", "", ""},
+      {"three bytes", "RIF", ""},
+      {"unknown magic", "OggS and more", "Not an IFF-like file\n"},
+      {"id cut short", riff::chunk("RIFF", "WAVEab"), "Not enough space in real file for new chunks!!\n"},
+      {"size cut short", riff::chunk("RIFF", "WAVEabcd\1\0"), "Tree Error2\n"},
+      {"64-bit size cut short", std::string("RF64") + "\1\2\3", "Tree Error3\n"},
+      {"form type cut short", riff::chunk("RIFF", std::string("WAVELIST\4\0\0\0in", 14)), "Tree Error4\n"},
+      {"stray bytes after the top container", riff::list("RIFF", "WAVE", "") + "ab",
+       "Not enough space in real file for new chunks!!\n"},
+      {"chunk past the end before another", riffHead.substr(0, 4) + riff::le32(200) + "WAVE" + "data" +
+                                                riff::le32(100) + "xy",
+       "Not enough space in real file for new chunks!!\n"},
+  };
+  for (const auto& c : cases) {
+    Parsed p = parse(c.bytes);
+    EXPECT_FALSE(p.ok) << c.what;
+    EXPECT_EQ(p.console, c.console) << c.what;
+  }
+  TempDir dir;
+  IFFTree missing(dir.file("nothing"), nullptr);
+  EXPECT_EQ(captureStdout([&] { EXPECT_FALSE(missing.process(tolvin::IFF_LOAD_STREAM)); }), "Error opening file\n");
+}
+
+TEST(ChunkTree, HostileSizesAndNestingNeitherAllocateNorOverflow) {
+  // A last chunk declaring 4 GB is kept with that size; its body is refused.
+  const std::string huge = riff::list("RIFF", "WAVE", "").substr(0, 4) + riff::le32(0xFFFFFFECu) + "WAVE" + "data" +
+                           riff::le32(0xFFFFFFE0u) + "abc";
+  TempDir dir;
+  writeFile(dir.file("huge"), huge);
+  IFFTree tree(dir.file("huge"), nullptr);
+  ASSERT_TRUE(tree.process(tolvin::IFF_LOAD_STREAM));
+  const IFFTreeNode* data = tree.root->children[0]->findFirstChild("data");
+  ASSERT_NE(data, nullptr);
+  EXPECT_EQ(data->size, 0xFFFFFFE0u);
+  EXPECT_EQ(tree.GetChunkPtr(data, false), nullptr);
+
+  // Lists nested tens of thousands deep are refused rather than recursed into.
+  std::string nested;
+  for (int i = 0; i < 50000; ++i) nested += "LIST" + riff::le32(0x7FFFFFF0u) + "deep";
+  Parsed p = parse(riff::list("RIFF", "TEST", "").substr(0, 4) + riff::le32(0x7FFFFFF0u) + "TEST" + nested);
+  EXPECT_FALSE(p.ok);
+  EXPECT_EQ(p.console, "Tree Error: chunks nested too deeply\n");
+}
