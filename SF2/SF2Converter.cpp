@@ -640,30 +640,23 @@ std::string SF2Converter::levelTag(Level level) const {
   return level == Level::Preset ? "[pgen]" : "[igen]";
 }
 
-void SF2Converter::process_pgen(unsigned long index) {
-  if (index >= pgen_.count) return;
-  const tolvin::ByteReader reader = pgen_.reader();
-  const uint16_t oper = reader.u16(index * kGenSize);
-  const int16_t amount = reader.i16(index * kGenSize + 2);
-  if (oper >= kGenEndOper) {
-    say("PGEN operator out of bounds!");
-    return;
-  }
-  (this->*presetHandlers_[oper])(oper, amount, true);
-  translateGenerator(g_destinations[oper].preset, oper, amount, Level::Preset);
-}
+void SF2Converter::process_pgen(unsigned long index) { processGenerator(pgen_, index, Level::Preset); }
 
-void SF2Converter::process_igen(unsigned long index) {
-  if (index >= igen_.count) return;
-  const tolvin::ByteReader reader = igen_.reader();
+void SF2Converter::process_igen(unsigned long index) { processGenerator(igen_, index, Level::Instrument); }
+
+void SF2Converter::processGenerator(const RecordTable& table, unsigned long index, Level level) {
+  if (index >= table.count) return;
+  const bool preset = level == Level::Preset;
+  const tolvin::ByteReader reader = table.reader();
   const uint16_t oper = reader.u16(index * kGenSize);
   const int16_t amount = reader.i16(index * kGenSize + 2);
   if (oper >= kGenEndOper) {
-    say("IGEN operator out of bounds!");
+    say(preset ? "PGEN operator out of bounds!" : "IGEN operator out of bounds!");
     return;
   }
-  (this->*instrumentHandlers_[oper])(oper, amount, false);
-  translateGenerator(g_destinations[oper].instrument, oper, amount, Level::Instrument);
+  (this->*(preset ? presetHandlers_ : instrumentHandlers_)[oper])(oper, amount, preset);
+  const GeneratorRow& row = g_destinations[oper];
+  translateGenerator(preset ? row.preset : row.instrument, oper, amount, level);
 }
 
 sfz::SFZLfo* SF2Converter::lfoSlot(int slot, int newTarget, double newIntensity, bool nullPhase,

@@ -90,6 +90,8 @@ class SF2Converter : public ConverterBase {
   ZoneSpan zoneSpan(const RecordTable& bags, const RecordTable& gens, const RecordTable& mods,
                     uint64_t bag, const char* bagName);
   void translateGenerator(const GeneratorRule& rule, unsigned short oper, short amount, Level level);
+  // One generator record of either level: its NOP comment, then its translation.
+  void processGenerator(const RecordTable& table, unsigned long index, Level level);
   std::string levelTag(Level level) const;
   bool spendWork(uint64_t records);
 

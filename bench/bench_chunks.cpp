@@ -64,11 +64,11 @@ int benchTree(uint64_t chunks) {
   return ok ? 0 : 1;
 }
 
-int makeAcidLoop(const std::string& path, uint64_t megabytes, uint32_t markers) {
+int makeAcidLoop(const std::string& path, double megabytes, uint32_t markers) {
   FILE* f = std::fopen(path.c_str(), "wb");
   if (!f) return 1;
   const uint32_t rate = 44100, channels = 2;
-  const uint64_t frames = megabytes * 1000000 / 4;
+  const uint64_t frames = static_cast<uint64_t>(megabytes * 1000000 / 4);
   const uint32_t dataBytes = static_cast<uint32_t>(frames * 4);
   const uint32_t strcBytes = 28 + 32 * markers;
   std::fwrite("RIFF", 1, 4, f);
@@ -122,7 +122,7 @@ int main(int argc, char** argv) {
   const std::string mode = argc > 1 ? argv[1] : "";
   if (mode == "tree") return benchTree(argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 200000);
   if (mode == "acid" && argc > 4)
-    return makeAcidLoop(argv[2], std::strtoull(argv[3], nullptr, 10),
+    return makeAcidLoop(argv[2], std::strtod(argv[3], nullptr),
                         static_cast<uint32_t>(std::strtoul(argv[4], nullptr, 10)));
   std::printf("usage: bench_chunks tree [N] | bench_chunks acid PATH MB MARKERS\n");
   return 2;

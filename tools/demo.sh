@@ -6,7 +6,8 @@ cd "$(dirname "$0")/.."
 sorvane=${1:-build/sorvane}
 mkdir -p out
 for input in examples/*; do
-  case "$input" in *.sf2|*.sbk|*.dls|*.wav) ;;  # an RMID song would extract beside itself *) continue ;; esac
+  # An RMID song would extract beside itself, so songs are left out.
+  case "$input" in *.sf2|*.sbk|*.dls|*.wav) ;; *) continue ;; esac
   name=$(basename "$input")
   target="out/${name%.*}"
   mkdir -p "$target"

@@ -81,8 +81,8 @@ class SFZElement {
 
 class SFZModulator : public SFZObject {
  public:
-  enum ModType { MOD_SIMPLE = 0, MOD_LFO = 1, MOD_EG = 2, MOD_FILTER = 3 };
-  enum TargetType {
+  enum ModType : int32_t { MOD_SIMPLE = 0, MOD_LFO = 1, MOD_EG = 2, MOD_FILTER = 3 };
+  enum TargetType : int32_t {
     TARGET_NOT_USED = 0,
     TARGET_PITCH = 1,
     TARGET_VOLUME = 2,
@@ -152,7 +152,7 @@ class SFZTargets {
 
 class SFZLfo : public SFZModulator {
  public:
-  enum WaveType { WAVE_TRIANGLE = 0, WAVE_SINE = 1 };
+  enum WaveType : int32_t { WAVE_TRIANGLE = 0, WAVE_SINE = 1 };
   SFZLfo(int id, TargetType target, double intensity, WaveType wave, double freq, double phase, double delay);
   std::string modulatorToString() const override;
 
@@ -175,7 +175,7 @@ class SFZLfo : public SFZModulator {
 
 class SFZFilter : public SFZModulator {
  public:
-  enum FilterType {
+  enum FilterType : int32_t {
     LPF_1P = 0, HPF_1P = 1, LPF_2P = 5, HPF_2P = 6, BPF_2P = 7, BRF_2P = 8,
     LPF_4P = 10, HPF_4P = 11, BPF_4P = 12, BRF_4P = 13, LPF_6P = 14, HPF_6P = 15,
   };
