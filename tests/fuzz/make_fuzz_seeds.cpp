@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/AcidBuilder.h"
 #include "tests/support/DlsBuilder.h"
+#include "tests/support/Sf2Builder.h"
 #include "tests/support/RiffBuilder.h"
 
 namespace {
@@ -60,6 +62,25 @@ void collectionSeeds() {
   seed("fuzz_rmi", "song", riff::list("RIFF", "RMID", riff::chunk("data", midi) + collection));
 }
 
+void soundFontSeeds() {
+  sf2build::Bank bank;
+  bank.pool = std::string(2000, '\0');
+  bank.samples.push_back({"Sine", 0, 1000, 100, 900, 44100, 60});
+  bank.samples.push_back({"Low", 1000, 1900, 1100, 1800, 22050, 48});
+  bank.instruments.push_back({"Lead", {{{sf2build::range(43, 0, 60), sf2build::gen(34, -1200), sf2build::gen(53, 0)}},
+                                        {{sf2build::range(43, 61, 127), sf2build::gen(54, 1), sf2build::gen(53, 1)}}}});
+  bank.presets.push_back({"Lead", 0, 0, {{{sf2build::gen(48, 20), sf2build::gen(41, 0)}}}});
+  bank.presets.push_back({"Drums", 0, 128, {{{sf2build::gen(41, 0)}}}});
+  seed("fuzz_sf2", "bank", bank.bytes());
+}
+
+void acidSeeds() {
+  std::vector<int16_t> samples(600);
+  for (size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<int16_t>((i % 50) * 400 - 10000);
+  seed("fuzz_acid", "loop", acid::wave(acid::fmt(1, 1, 8000, 16) + acid::acidChunk(4, 4, 4, 120.0f) +
+                                       acid::strc({{0}, {150}, {300}, {450, 1}}) + acid::pcm16(samples)));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -70,5 +91,7 @@ int main(int argc, char** argv) {
   root = argv[1];
   chunkTreeSeeds();
   collectionSeeds();
+  soundFontSeeds();
+  acidSeeds();
   return 0;
 }
