@@ -38,9 +38,9 @@ TEST(WaveWriter, HeaderFormatAndDataSizesArePatchedOnFinalize) {
   for (const auto& f : formats) {
     WaveFileWriter writer(dir.file("f.wav"));
     writer.prepareData(22050, f.channels, f.bits, f.isFloat);
-    EXPECT_EQ(writer.format().formatTag, f.tag);
-    EXPECT_EQ(writer.format().blockAlign, f.blockAlign);
-    EXPECT_EQ(writer.format().avgBytesPerSec, f.blockAlign * 22050u);
+    EXPECT_EQ(static_cast<unsigned>(writer.format().formatTag), f.tag);
+    EXPECT_EQ(static_cast<unsigned>(writer.format().blockAlign), f.blockAlign);
+    EXPECT_EQ(static_cast<unsigned>(writer.format().avgBytesPerSec), f.blockAlign * 22050u);
   }
 }
 
