@@ -477,9 +477,16 @@ void SF2Converter::process_phdr(unsigned long preset) {
   process_pbag(firstBag, endBag - firstBag);
 
   const std::string text = sfzTree_->toString() + curves_.str();
-  std::fwrite(text.data(), 1, text.size(), output_);
-  std::fclose(output_);
+  const bool written = std::fwrite(text.data(), 1, text.size(), output_) == text.size();
+  const bool closed = std::fclose(output_) == 0;
   output_ = nullptr;
+  if (!written || !closed) reportUnwritten(path);
+}
+
+void SF2Converter::reportUnwritten(const std::string& path) {
+  // A full disk or a size limit: no truncated file is left behind as if whole.
+  say("error writing output file:" + path);
+  std::remove(path.c_str());
 }
 
 SF2Converter::ZoneSpan SF2Converter::zoneSpan(const RecordTable& bags, const RecordTable& gens,
@@ -990,6 +997,7 @@ bool SF2Converter::saveAudio() {
     return false;
   }
   bool ok = true;
+  bool writeFailed = false;
   {
     WaveFileWriter writer(file);
     writer.prepareData(mainSampleRate_, 1, 16, true);
@@ -1008,8 +1016,12 @@ bool SF2Converter::saveAudio() {
     }
     if (resumeAt >= 0) tree_->IFF_SEEK(static_cast<uint64_t>(resumeAt), 0);
     if (ok) writer.finalize();
+    writeFailed = writer.writeFailed();
   }
-  std::fclose(file);
+  if (std::fclose(file) != 0 || (ok && writeFailed)) {
+    reportUnwritten(path);
+    return false;
+  }
   if (ok) say("Extracting smpl to wav file... DONE!");
   return ok;
 }

@@ -92,6 +92,8 @@ class SF2Converter : public ConverterBase {
   void translateGenerator(const GeneratorRule& rule, unsigned short oper, short amount, Level level);
   // One generator record of either level: its NOP comment, then its translation.
   void processGenerator(const RecordTable& table, unsigned long index, Level level);
+  // Reports a file that could not be written whole and removes it.
+  void reportUnwritten(const std::string& path);
   std::string levelTag(Level level) const;
   bool spendWork(uint64_t records);
 

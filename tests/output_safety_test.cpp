@@ -8,6 +8,7 @@
 #include <set>
 
 #include "tests/support/DlsBuilder.h"
+#include "tests/support/Sf2Builder.h"
 #include "tests/support/TestSupport.h"
 
 using namespace testsupport;
@@ -112,4 +113,25 @@ TEST(ResourceFaults, AFullDiskLeavesNoTruncatedWave) {
   EXPECT_EQ(info.frames, 4);
   sf_close(small);
   EXPECT_TRUE(exists(dir.file("out/bank_dls/Bank_00000000/000_UNNAMED.sfz")));
+}
+
+TEST(ResourceFaults, AFullDiskLeavesNoTruncatedSoundFontPool) {
+  TempDir dir;
+  sf2build::Bank bank;
+  bank.pool = std::string(200000, '\1');
+  bank.samples.push_back({"Long", 0, 99000, 100, 90000, 44100, 60});
+  bank.instruments.push_back({"Inst", {{{sf2build::gen(53, 0)}}}});
+  bank.presets.push_back({"Preset", 0, 0, {{{sf2build::gen(41, 0)}}}});
+  writeFile(dir.file("bank.sf2"), bank.bytes());
+  fs::create_directory(dir.file("out"));
+
+  RunResult run = runSorvane({dir.file("bank.sf2"), dir.file("out"), dir.file("results.txt")}, 64 * 1024);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "");
+  EXPECT_NE(run.out.find("error writing output file:" + dir.file("out") + "/sf2_smpl.wav\n"), std::string::npos)
+      << run.out;
+  EXPECT_EQ(run.out.find("DONE!"), std::string::npos);
+  EXPECT_FALSE(exists(dir.file("out/sf2_smpl.wav")));
+  EXPECT_FALSE(exists(dir.file("out/000_Preset.sfz")));
+  EXPECT_FALSE(exists(dir.file("results.txt")));
 }
