@@ -105,7 +105,9 @@ bool IFFTree::setLoadMethod(IFF_LOAD_METHOD method) {
       ownedBuffer_ = binFileInternalize(path, length, spare);
       if (!ownedBuffer_) return false;
       memory_ = ownedBuffer_;
-      memoryLength_ = length + spare;
+      // The spare bytes are slack, not file content: reading into them would
+      // make a short file look like one with zero bytes after it.
+      memoryLength_ = length;
       memoryPosition_ = 0;
       fileSize = length;
       break;
