@@ -108,7 +108,10 @@ uint8_t* binFileInternalize(const std::string& path, uint64_t& length, uint64_t&
   uint8_t* buffer = nullptr;
   if (fseeko(file, 0, SEEK_END) == 0) {
     off_t end = ftello(file);
-    if (end >= 0 && fseeko(file, 0, SEEK_SET) == 0) {
+    // A folder opens on some systems and reports a length near 2^63: make
+    // sure there is a byte to read before allocating for the rest.
+    if (end >= 0 && fseeko(file, 0, SEEK_SET) == 0 && (end == 0 || std::fgetc(file) != EOF) &&
+        fseeko(file, 0, SEEK_SET) == 0) {
       length = static_cast<uint64_t>(end);
       uint64_t allocation = (length + spare + 15) & ~static_cast<uint64_t>(15);
       buffer = binFileAlloc(allocation);
