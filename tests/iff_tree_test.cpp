@@ -151,6 +151,15 @@ TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
     EXPECT_EQ(p.console, c.console) << c.what;
   }
   TempDir dir;
+  // Whole-file loads see only the file's bytes, never their slack, and a
+  // folder is refused before anything is allocated for it.
+  writeFile(dir.file("tiny"), "RIF");
+  for (auto method : {tolvin::IFF_LOAD_WHOLE_FILE, tolvin::IFF_LOAD_MEMORY_MAP, tolvin::IFF_LOAD_STREAM}) {
+    IFFTree tiny(dir.file("tiny"), nullptr);
+    EXPECT_EQ(captureStdout([&] { EXPECT_FALSE(tiny.process(method)); }), "") << method;
+    IFFTree folder(dir.path(), nullptr);
+    captureStdout([&] { EXPECT_FALSE(folder.process(method)); });
+  }
   IFFTree missing(dir.file("nothing"), nullptr);
   EXPECT_EQ(captureStdout([&] { EXPECT_FALSE(missing.process(tolvin::IFF_LOAD_STREAM)); }), "Error opening file\n");
 }
