@@ -18,7 +18,6 @@ using tolvin::numberText;
 namespace {
 
 const double kConverterVersion = 1.98;
-const uint64_t kCopyBufferSize = 0x100000;  // the pool is copied 1 MiB at a time
 const uint64_t kHintLoadLimit = 0x2000000;  // smaller pools are worth preloading
 const double kCentsPerDecade = 3986.313713864835;  // 1200 / log10(2)
 
@@ -241,8 +240,8 @@ void SF2Converter::getChildString(std::string& out, const char* id, const tolvin
 
 void SF2Converter::currentNodeComment(const std::string& text) { addOpCode("/* " + text + " */"); }
 
-void SF2Converter::addOpCode(const std::string& text) {
-  if (currentNode_) currentNode_->addOpCode(new sfz::SFZOpCode(text));
+void SF2Converter::addOpCode(std::string text) {
+  if (currentNode_) currentNode_->addOpCode(new sfz::SFZOpCode(std::move(text)));
 }
 
 uint64_t SF2Converter::declaredSize(const tolvin::IFFTreeNode* node) {
@@ -476,7 +475,11 @@ void SF2Converter::process_phdr(unsigned long preset) {
   }
   process_pbag(firstBag, endBag - firstBag);
 
-  const std::string text = sfzTree_->toString() + curves_.str();
+  // One buffer serves every preset, so that its growth is paid once.
+  std::string& text = presetText_;
+  text.clear();
+  sfzTree_->appendTo(text);
+  text += curves_.str();
   const bool written = std::fwrite(text.data(), 1, text.size(), output_) == text.size();
   const bool closed = std::fclose(output_) == 0;
   output_ = nullptr;
@@ -635,12 +638,27 @@ void SF2Converter::process_ibag(const char* instrumentName, unsigned long first,
 // ---------------------------------------------------------------- generators
 
 std::string SF2Converter::createGeneratorInfo(unsigned short generator, short amount, bool preset) {
-  return std::string(preset ? "pgen(" : "igen(") + generatorName(generator) + ") = " +
-         decimal(int(amount)) + "[" + decimal(amount & 255) + ";" + decimal((amount >> 8) & 255) + "]";
+  std::string info;
+  appendGeneratorInfo(info, generator, amount, preset);
+  return info;
+}
+
+void SF2Converter::appendGeneratorInfo(std::string& out, unsigned short generator, short amount,
+                                       bool preset) {
+  out.append(preset ? "pgen(" : "igen(").append(generatorName(generator)).append(") = ");
+  out.append(decimal(int(amount))).append("[").append(decimal(amount & 255)).append(";");
+  out.append(decimal((amount >> 8) & 255)).append("]");
 }
 
 void SF2Converter::todo_gen(unsigned short generator, short amount, bool preset) {
-  currentNodeComment("NOP " + createGeneratorInfo(generator, amount, preset));
+  // Every generator record leaves one of these, so the comment is built in
+  // one piece rather than through currentNodeComment.
+  std::string comment;
+  comment.reserve(64);
+  comment.append("/* NOP ");
+  appendGeneratorInfo(comment, generator, amount, preset);
+  comment.append(" */");
+  addOpCode(std::move(comment));
 }
 
 std::string SF2Converter::levelTag(Level level) const {
@@ -715,7 +733,7 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
   const int a = amount;
   const unsigned lo = static_cast<uint16_t>(amount) & 0xFF;
   const unsigned hi = static_cast<uint16_t>(amount) >> 8;
-  const std::string name = generatorName(oper);
+  const char* const name = generatorName(oper);
   int64_t* const offsets[] = {&startOffset_,       &endOffset_,         &startLoopOffset_,
                               &endLoopOffset_,     &startCoarseOffset_, &endCoarseOffset_,
                               &startLoopCoarseOffset_, &endLoopCoarseOffset_};
@@ -724,13 +742,13 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
     case Act::None:
       break;
     case Act::Todo:
-      currentNodeComment("TODO " + name + levelTag(level));
+      currentNodeComment(std::string("TODO ") + name + levelTag(level));
       break;
     case Act::TodoGlued:
-      currentNodeComment("TODO" + name + levelTag(level));
+      currentNodeComment(std::string("TODO") + name + levelTag(level));
       break;
     case Act::Error:
-      currentNodeComment("ERROR! " + name + levelTag(level));
+      currentNodeComment(std::string("ERROR! ") + name + levelTag(level));
       break;
     case Act::SetOffset:
       *offsets[rule.arg] = a;
@@ -856,12 +874,12 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
       }
       break;
     case Act::Unused4:
-      if (versionMajor_ != 1) currentNodeComment("ERROR! " + name + levelTag(level));
+      if (versionMajor_ != 1) currentNodeComment(std::string("ERROR! ") + name + levelTag(level));
       break;
     case Act::RootKey:
       if (a != -1) {
         rootKeyOverridden_ = true;
-        addOpCode(" pitch_keycenter=" + decimal(a) + " //" + name);
+        addOpCode(" pitch_keycenter=" + decimal(a) + " //" + std::string(name));
       }
       break;
   }
@@ -960,7 +978,13 @@ void SF2Converter::log_default_imod() {
   }
 
   curves_ << "\n<curve>//" << defaultCurve_ << " GMCurves::ConvaveLin\n";
-  tolvin::GMCurves::writeCurve(tolvin::GMCurves::ConcaveLin, curves_);
+  // The same 128 points close every preset file: they are formatted once.
+  if (concaveCurveText_.empty()) {
+    std::ostringstream points;
+    tolvin::GMCurves::writeCurve(tolvin::GMCurves::ConcaveLin, points);
+    concaveCurveText_ = points.str();
+  }
+  curves_ << concaveCurveText_;
 
   auto* expression = new sfz::SFZSimpleMod(5, target(kTargetVolume), "amplitude", 100.0);
   expression->getTarget()->setNullValue(true);
@@ -1001,20 +1025,15 @@ bool SF2Converter::saveAudio() {
   {
     WaveFileWriter writer(file);
     writer.prepareData(mainSampleRate_, 1, 16, true);
-    std::vector<uint8_t> buffer(kCopyBufferSize, 0);
-    const int64_t resumeAt = tree_->IFF_TELL();
-    tree_->IFF_SEEK(tree_->chunkOffset(smplNode_, false), 0);
-    for (uint64_t remaining = smplNode_->size; remaining > 0;) {
-      const uint64_t piece = std::min(remaining, kCopyBufferSize);
-      if (tree_->IFF_READ(buffer.data(), 1, piece) < piece) {
-        say("major read error exporting audio!");
-        ok = false;
-        break;
-      }
-      writer.writeData(buffer.data(), piece);
-      remaining -= piece;
+    // The pool goes across without passing through this process where the
+    // system allows; the tree's own reading position is left untouched.
+    const uint64_t size = smplNode_->size;
+    const uint64_t copied =
+        writer.copyData(tree_->streamDescriptor(), tree_->chunkOffset(smplNode_, false), size);
+    if (copied < size && !writer.writeFailed()) {
+      say("major read error exporting audio!");
+      ok = false;
     }
-    if (resumeAt >= 0) tree_->IFF_SEEK(static_cast<uint64_t>(resumeAt), 0);
     if (ok) writer.finalize();
     writeFailed = writer.writeFailed();
   }

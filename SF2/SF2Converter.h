@@ -46,6 +46,7 @@ class SF2Converter : public ConverterBase {
   void process_inst(unsigned long instrument);
   void todo_gen(unsigned short generator, short amount, bool preset);
   std::string createGeneratorInfo(unsigned short generator, short amount, bool preset);
+  static void appendGeneratorInfo(std::string& out, unsigned short generator, short amount, bool preset);
 
   void process_pmod(unsigned long index);
   void process_imod(unsigned long index);
@@ -104,7 +105,7 @@ class SF2Converter : public ConverterBase {
                        bool nullDelay, double newFreq = 0.0);
   sfz::SFZEg* egSlot(int slot, bool* created = nullptr);
   sfz::SFZFilter* filterSlot(double newCutoff);
-  void addOpCode(const std::string& text);
+  void addOpCode(std::string text);
   void addSection(const std::string& header);
   std::string modulatorText(const char* opener, const char* sourceLead, unsigned long index,
                             const RecordTable& table);
@@ -118,6 +119,8 @@ class SF2Converter : public ConverterBase {
   std::string outputPath_;
   std::ostringstream header_;
   std::ostringstream curves_;
+  std::string concaveCurveText_;  // the default curve's points, formatted once
+  std::string presetText_;        // the text of the preset file being written
   FILE* output_ = nullptr;
 
   std::unique_ptr<tolvin::IFFTree> tree_;

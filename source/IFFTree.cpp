@@ -1,5 +1,6 @@
 #include "source/IFFTree.h"
 
+#include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <limits>
@@ -326,6 +327,10 @@ bool IFFTree::IFF_SEEK(uint64_t offset, int whence) {
     }
   }
   return true;
+}
+
+int IFFTree::streamDescriptor() const {
+  return loadMethod == IFF_LOAD_STREAM && stream_ ? fileno(stream_) : -1;
 }
 
 int64_t IFFTree::IFF_TELL() {

@@ -82,6 +82,9 @@ class IFFTree {
   uint64_t chunkOffset(const IFFTreeNode* node, bool withHeader) const;
   // Length of a fetched body still handed out at `offset`, or -1 if none is.
   int64_t handedOutLength(uint64_t offset) const;
+  // The descriptor of a stream source, for positioned reads that leave the
+  // stream where it is; -1 for every other source.
+  int streamDescriptor() const;
 
   std::unique_ptr<IFFTreeNode> root;
   int idSize = 4;

@@ -1,13 +1,26 @@
 #include "source/NumberText.h"
 
+#include <charconv>
+#include <cmath>
+#include <cstdio>
 #include <sstream>
 
 namespace tolvin {
 
+// A stream's default formatting of a double is printf's "%.6g" in the C
+// locale; a preset file carries tens of thousands of numbers, so they are
+// formatted without building a stream for each.
 std::string numberText(double value) {
-  std::ostringstream out;
-  out << value;
-  return out.str();
+  char text[32];
+#if defined(__cpp_lib_to_chars) && __cpp_lib_to_chars >= 201611L
+  if (std::isfinite(value)) {
+    const std::to_chars_result done =
+        std::to_chars(text, text + sizeof text, value, std::chars_format::general, 6);
+    return std::string(text, done.ptr);
+  }
+#endif
+  const int length = std::snprintf(text, sizeof text, "%.6g", value);
+  return std::string(text, length > 0 ? static_cast<size_t>(length) : 0);
 }
 
 namespace {

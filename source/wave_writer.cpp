@@ -1,7 +1,10 @@
 #include "source/wave_writer.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+
+#include <unistd.h>
 
 #include "source/TLVSConv.h"
 
@@ -10,6 +13,54 @@ namespace {
 // The first byte is 0xFF so that an unfinished file is never taken for a RIFF.
 const size_t kHeaderPlaceholder = 36;
 const size_t kInterleaveFrames = 4096;
+const size_t kCopyBufferSize = 0x100000;  // 1 MiB, for copies the kernel cannot do
+
+// Copies from `source` at *in to `target` at *out inside the kernel, moving
+// both offsets. Stops at the end of the source or at the first error; the
+// buffered copy then meets that error again and tells a read from a write.
+uint64_t kernelCopy(int source, off_t* in, int target, off_t* out, uint64_t count) {
+  uint64_t copied = 0;
+#if defined(__linux__)
+  while (copied < count) {
+    const size_t piece = static_cast<size_t>(std::min<uint64_t>(count - copied, 1u << 30));
+    const ssize_t done = ::copy_file_range(source, in, target, out, piece, 0);
+    if (done < 0 && errno == EINTR) continue;
+    if (done <= 0) break;
+    copied += static_cast<uint64_t>(done);
+  }
+#else
+  (void)source, (void)in, (void)target, (void)out, (void)count;
+#endif
+  return copied;
+}
+
+// The same through one reused buffer. Returns the bytes read and written;
+// sets *writeFailed when a write does not go through whole.
+uint64_t bufferedCopy(int source, off_t* in, int target, off_t* out, uint64_t count, bool* writeFailed) {
+  std::vector<unsigned char> buffer(static_cast<size_t>(std::min<uint64_t>(count, kCopyBufferSize)));
+  uint64_t copied = 0;
+  while (copied < count) {
+    const size_t piece = static_cast<size_t>(std::min<uint64_t>(count - copied, buffer.size()));
+    const ssize_t got = ::pread(source, buffer.data(), piece, *in);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    for (ssize_t written = 0; written < got;) {
+      const ssize_t put = ::pwrite(target, buffer.data() + written, static_cast<size_t>(got - written),
+                                   *out + written);
+      if (put < 0 && errno == EINTR) continue;
+      if (put <= 0) {
+        *writeFailed = true;
+        return copied;
+      }
+      written += put;
+    }
+    *in += got;
+    *out += got;
+    copied += static_cast<uint64_t>(got);
+  }
+  return copied;
+}
+
 
 }  // namespace
 
@@ -180,6 +231,25 @@ bool WaveFileWriter::writeData(const void* left, const void* right, unsigned lon
     done += n;
   }
   return ok;
+}
+
+uint64_t WaveFileWriter::copyData(int source, uint64_t offset, uint64_t count) {
+  if (!file_ || source < 0 || count == 0) return 0;
+  // Everything the stream holds goes out first; the copy then writes at the
+  // stream's position and the stream is moved past what was copied.
+  const uint64_t start = tell();
+  if (std::fflush(file_) != 0) {
+    failed_ = true;
+    return 0;
+  }
+  off_t in = static_cast<off_t>(offset);
+  off_t out = static_cast<off_t>(start);
+  const int target = fileno(file_);
+  uint64_t copied = kernelCopy(source, &in, target, &out, count);
+  if (copied < count) copied += bufferedCopy(source, &in, target, &out, count - copied, &failed_);
+  if (fseeko(file_, out, SEEK_SET) != 0) failed_ = true;
+  dataEnd_ += static_cast<uint64_t>(out) - start;
+  return copied;
 }
 
 bool WaveFileWriter::finalize() {

@@ -15,7 +15,9 @@ TEST(SfzElements, NumbersUseDefaultStreamFormatting) {
   const std::pair<double, const char*> cases[] = {
       {std::nextafter(std::pow(2.0, -10.0), HUGE_VAL), " v=0.000976563\n"}, {1e-7, " v=1e-07\n"},
       {1234567.0, " v=1.23457e+06\n"}, {-HUGE_VAL, " v=-inf\n"}, {8.176, " v=8.176\n"},
-      {0.001, " v=0.001\n"}, {1200.0, " v=1200\n"}};
+      {0.001, " v=0.001\n"}, {1200.0, " v=1200\n"}, {0.0001, " v=0.0001\n"},
+      {0.00001, " v=1e-05\n"}, {123456.0, " v=123456\n"}, {999999.5, " v=1e+06\n"},
+      {-0.0, " v=-0\n"}, {-2.5e-300, " v=-2.5e-300\n"}};
   for (const auto& c : cases) {
     e.setValue(c.first);
     EXPECT_EQ(e.toString(" "), c.second);

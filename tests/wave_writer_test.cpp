@@ -3,6 +3,9 @@
 
 #include <cstdio>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "source/wave_writer.h"
 #include "tests/support/RiffBuilder.h"
 #include "tests/support/TestSupport.h"
@@ -121,4 +124,37 @@ TEST(WaveWriter, AWriterWithoutAFileRefusesEverything) {
   EXPECT_FALSE(none.finalize());
   WaveFileWriter empty(std::string(""));
   EXPECT_FALSE(empty.hasFile());
+}
+
+TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas) {
+  TempDir dir;
+  std::string pool;
+  for (int i = 0; i < 3000000; ++i) pool += static_cast<char>(i * 7 + i / 256);  // past one copy buffer
+  writeFile(dir.file("source.bin"), pool);
+  const int source = ::open(dir.file("source.bin").c_str(), O_RDONLY);
+  ASSERT_GE(source, 0);
+  ASSERT_EQ(::lseek(source, 5, SEEK_SET), 5);
+
+  FILE* file = std::fopen(dir.file("a.wav").c_str(), "wb");
+  {
+    WaveFileWriter writer(file);
+    writer.prepareData(44100, 1, 16, false);
+    writer.writeData("ab", 2);  // still in the stream's buffer when the copy starts
+    EXPECT_EQ(writer.copyData(source, 3, pool.size() - 13), pool.size() - 13);
+    writer.writeData("cd", 2);
+    // A source that ends early gives what it has.
+    EXPECT_EQ(writer.copyData(source, pool.size() - 4, 100), 4u);
+    EXPECT_FALSE(writer.writeFailed());
+  }
+  std::fclose(file);
+  EXPECT_EQ(::lseek(source, 0, SEEK_CUR), 5);
+  ::close(source);
+
+  const std::string expected = "ab" + pool.substr(3, pool.size() - 13) + "cd" + pool.substr(pool.size() - 4);
+  const std::string bytes = readFile(dir.file("a.wav"));
+  ASSERT_EQ(bytes.size(), 44 + expected.size());
+  EXPECT_EQ(bytes.substr(40, 4), le32(static_cast<uint32_t>(expected.size())));
+  EXPECT_TRUE(bytes.compare(44, std::string::npos, expected) == 0);
+  WaveFileWriter none(static_cast<const char*>(nullptr));
+  EXPECT_EQ(none.copyData(0, 0, 10), 0u);
 }

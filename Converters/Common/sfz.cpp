@@ -49,9 +49,16 @@ int numberFor(int id, std::map<int, int>& numbers, int& next) {
 // ---------------------------------------------------------------- elements
 
 std::string SFZOnCC::toString(const std::string& prefix) const {
-  std::string text = prefix + "_oncc" + std::to_string(cc) + "=" + tolvin::numberText(value);
-  if (curve != 0) text += prefix + "_curvecc" + std::to_string(cc) + "=" + std::to_string(curve);
+  std::string text;
+  appendTo(text, prefix);
   return text;
+}
+
+void SFZOnCC::appendTo(std::string& out, const std::string& prefix) const {
+  const std::string controller = std::to_string(cc);
+  out.append(prefix).append("_oncc").append(controller).append("=").append(tolvin::numberText(value));
+  if (curve != 0)
+    out.append(prefix).append("_curvecc").append(controller).append("=").append(std::to_string(curve));
 }
 
 void SFZElement::addOnCC(int cc, double value, int curve) {
@@ -60,10 +67,18 @@ void SFZElement::addOnCC(int cc, double value, int curve) {
 
 std::string SFZElement::toString(const std::string& prefix) const {
   std::string text;
-  if (!nullValue_) text = prefix + name_ + "=" + tolvin::numberText(value_);
-  for (const auto& onCC : onCC_) text += onCC->toString(prefix + name_);
-  if (!text.empty()) text += "\n";
+  appendTo(text, prefix);
   return text;
+}
+
+void SFZElement::appendTo(std::string& out, const std::string& prefix) const {
+  const size_t start = out.size();
+  if (!nullValue_) out.append(prefix).append(name_).append("=").append(tolvin::numberText(value_));
+  if (!onCC_.empty()) {
+    const std::string controllerPrefix = prefix + name_;
+    for (const auto& onCC : onCC_) onCC->appendTo(out, controllerPrefix);
+  }
+  if (out.size() != start) out += '\n';
 }
 
 // ---------------------------------------------------------------- modulators
@@ -77,7 +92,8 @@ std::string SFZModulator::getStringTargetType(TargetType target) {
 std::string SFZModUnknown::modulatorToString() const { return " //SFZModUnknown!!!"; }
 
 std::string SFZSimpleMod::modulatorToString() const {
-  std::string text = element_.toString(" ");
+  std::string text;
+  element_.appendTo(text, " ");
   if (!text.empty()) text += "\n";
   return text;
 }
@@ -93,11 +109,9 @@ bool SFZTargets::hasAny() const {
   return false;
 }
 
-std::string SFZTargets::toString(const std::string& prefix) const {
-  std::string text;
+void SFZTargets::appendTo(std::string& out, const std::string& prefix) const {
   for (const auto& entry : byType_)
-    if (entry.second) text += entry.second->toString(prefix);
-  return text;
+    if (entry.second) entry.second->appendTo(out, prefix);
 }
 
 SFZLfo::SFZLfo(int id, TargetType target, double intensity, WaveType wave, double freq, double phase,
@@ -114,8 +128,12 @@ void SFZLfo::addTarget(TargetType target, double intensity) {
 
 std::string SFZLfo::modulatorToString() const {
   const std::string prefix = " lfo" + zeroPad(numberFor(getId(), gLfoIdCpt, gLfoCpt)) + "_";
-  return prefix + "wave=" + std::to_string(static_cast<int>(wave_)) + "\n" + targets_.toString(prefix) +
-         freq_.toString(prefix) + phase_.toString(prefix) + delay_.toString(prefix);
+  std::string text = prefix + "wave=" + std::to_string(static_cast<int>(wave_)) + "\n";
+  targets_.appendTo(text, prefix);
+  freq_.appendTo(text, prefix);
+  phase_.appendTo(text, prefix);
+  delay_.appendTo(text, prefix);
+  return text;
 }
 
 std::string SFZFilter::getFilterStringType() const {
@@ -125,7 +143,10 @@ std::string SFZFilter::getFilterStringType() const {
 }
 
 std::string SFZFilter::modulatorToString() const {
-  return " fil_type=" + getFilterStringType() + "\n" + cutoff_.toString(" ") + resonance_.toString(" ");
+  std::string text = " fil_type=" + getFilterStringType() + "\n";
+  cutoff_.appendTo(text, " ");
+  resonance_.appendTo(text, " ");
+  return text;
 }
 
 SFZEg::SFZEg(int id, TargetType target, double intensity) : SFZModulator(id, MOD_EG, target, intensity) {
@@ -144,6 +165,7 @@ void SFZEg::addPoint(const EgPoint& point, bool isSustain) {
 
 void SFZEg::fillDefaultPoints() {
   static const double kLevels[6] = {0.0, 1.0, 1.0, 1.0, 1.0, 0.0};
+  points_.reserve(points_.size() + 6);
   for (double level : kLevels) addPoint(EgPoint(0.001, level, 0.0), false);
   sustain_ = 4;
 }
@@ -152,16 +174,29 @@ std::string SFZEg::modulatorToString() const {
   const std::string prefix = " eg" + zeroPad(numberFor(getId(), gEgIdCpt, gEgCpt)) + "_";
   // The number is taken even when nothing but the warning is written.
   if (!targets_.hasAny()) return "//EG WITHOUT TARGET\n";
-  std::string text = targets_.toString(prefix) + prefix + "sustain=" + std::to_string(sustain_) + "\n";
+  std::string text;
+  targets_.appendTo(text, prefix);
+  text.append(prefix).append("sustain=").append(std::to_string(sustain_)).append("\n");
+  std::string pointPrefix;
+  auto appendPart = [&](const SFZElement& part, const char* label, const std::string& index) {
+    pointPrefix.assign(prefix).append(label).append(index);
+    part.appendTo(text, pointPrefix);
+  };
   for (size_t i = 0; i < points_.size(); ++i) {
     const std::string index = std::to_string(i);
-    text += points_[i].time.toString(prefix + "time" + index) + points_[i].level.toString(prefix + "level" + index) +
-            points_[i].shape.toString(prefix + "shape" + index);
+    appendPart(points_[i].time, "time", index);
+    appendPart(points_[i].level, "level", index);
+    appendPart(points_[i].shape, "shape", index);
   }
   return text;
 }
 
 // ---------------------------------------------------------------- nodes
+
+std::ostream& LazyTextStream::stream() {
+  if (!stream_) stream_ = std::make_unique<std::ostringstream>();
+  return *stream_;
+}
 
 SFZNode::~SFZNode() {
   opcodes_.clear();
@@ -189,7 +224,7 @@ void SFZNode::addModulator(SFZModulator* modulator) {
 
 SFZOpCode* SFZNode::getOpCode(const std::string& text) const {
   for (const auto& opcode : opcodes_)
-    if (opcode->toString() == text) return opcode.get();
+    if (opcode->text() == text) return opcode.get();
   return nullptr;
 }
 
@@ -201,18 +236,25 @@ SFZModulator* SFZNode::getModulator(int id) const {
 
 std::string SFZNode::toString() const {
   std::string text;
+  appendTo(text);
+  return text;
+}
+
+void SFZNode::appendTo(std::string& out) const {
   const std::string commentText = comment.str();
-  if (!commentText.empty()) text += "/*\n" + commentText + "*/\n";
+  if (!commentText.empty()) out.append("/*\n").append(commentText).append("*/\n");
   for (const auto& opcode : opcodes_) {
-    const std::string line = opcode->toString();
+    const std::string& line = opcode->text();
     if (line.empty()) continue;
-    text += line;
-    if (text.back() != '\n') text += "\n";
+    out += line;
+    if (line.back() != '\n') out += '\n';
   }
   // A modulator's text already ends its lines, so each is followed by a blank line.
-  for (const auto& modulator : modulators_) text += modulator->toString() + "\n";
-  for (const auto& child : children_) text += child->toString();
-  return text;
+  for (const auto& modulator : modulators_) {
+    modulator->appendTo(out);
+    out += '\n';
+  }
+  for (const auto& child : children_) child->appendTo(out);
 }
 
 SFZTree::SFZTree() : SFZNode(nullptr), currentNode(this) {

@@ -27,6 +27,8 @@ class SFZObject {
   explicit SFZObject(SFZObject* parent = nullptr) : parent_(parent) {}
   virtual ~SFZObject() = default;
   virtual std::string toString() const = 0;
+  // Appends the same text as toString() to `out`.
+  virtual void appendTo(std::string& out) const { out += toString(); }
   SFZObject* getParent() const { return parent_; }
   void setParent(SFZObject* parent) { parent_ = parent; }
 
@@ -35,10 +37,12 @@ class SFZObject {
 };
 
 // One free-text line or block (section headers and comments included).
-class SFZOpCode : public SFZObject {
+class SFZOpCode final : public SFZObject {
  public:
   explicit SFZOpCode(std::string text) : text_(std::move(text)) {}
   std::string toString() const override { return text_; }
+  void appendTo(std::string& out) const override { out += text_; }
+  const std::string& text() const { return text_; }
 
  private:
   std::string text_;
@@ -48,6 +52,7 @@ class SFZOpCode : public SFZObject {
 struct SFZOnCC {
   SFZOnCC(uint64_t controller, double depth, int curveNumber) : cc(controller), value(depth), curve(curveNumber) {}
   std::string toString(const std::string& prefix) const;
+  void appendTo(std::string& out, const std::string& prefix) const;
   uint64_t cc;
   double value;
   int curve;  // 0: none
@@ -71,6 +76,7 @@ class SFZElement {
   const std::vector<std::shared_ptr<SFZOnCC>>& getOnCCs() const { return onCC_; }
 
   std::string toString(const std::string& prefix) const;
+  void appendTo(std::string& out, const std::string& prefix) const;
 
  private:
   std::string name_;
@@ -143,7 +149,7 @@ class SFZTargets {
   // The target's element; a missing target gets an empty entry and null.
   SFZElement* find(SFZModulator::TargetType type) { return byType_[type]; }
   bool hasAny() const;
-  std::string toString(const std::string& prefix) const;
+  void appendTo(std::string& out, const std::string& prefix) const;
 
  private:
   std::map<SFZModulator::TargetType, SFZElement*> byType_;
@@ -223,6 +229,21 @@ class SFZEg : public SFZModulator {
   uint64_t sustain_ = 0;
 };
 
+// A text stream that is only made once something is written to it: a file
+// holds thousands of sections and hardly any of them has a comment.
+class LazyTextStream {
+ public:
+  template <typename T>
+  std::ostream& operator<<(const T& value) {
+    return stream() << value;
+  }
+  std::ostream& stream();
+  std::string str() const { return stream_ ? stream_->str() : std::string(); }
+
+ private:
+  std::unique_ptr<std::ostringstream> stream_;
+};
+
 // One section of the file, or a group of sections.
 class SFZNode : public SFZObject {
  public:
@@ -242,8 +263,9 @@ class SFZNode : public SFZObject {
 
   // Comment, then opcodes, then modulators, then children.
   std::string toString() const override;
+  void appendTo(std::string& out) const override;
 
-  std::ostringstream comment;
+  LazyTextStream comment;
 
  private:
   std::vector<std::unique_ptr<SFZOpCode>> opcodes_;
