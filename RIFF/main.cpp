@@ -1,3 +1,12 @@
+#include <csignal>
+
 #include "RIFF/Sorvane.h"
 
-int main(int argc, char** argv) { return sorvane_main(argc, argv); }
+int main(int argc, char** argv) {
+#ifdef SIGXFSZ
+  // Past a file-size limit a write then fails like one on a full disk, and
+  // is reported, instead of ending the program half-way through a file.
+  std::signal(SIGXFSZ, SIG_IGN);
+#endif
+  return sorvane_main(argc, argv);
+}

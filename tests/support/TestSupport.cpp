@@ -72,7 +72,9 @@ RunResult runSorvane(const std::vector<std::string>& arguments, uint64_t fileSiz
     ::dup2(out, 1);
     ::dup2(err, 2);
     if (fileSizeLimit) {
-      ::signal(SIGXFSZ, SIG_IGN);
+      // The signal keeps its default action: the program itself must turn
+      // it into a failed write.
+      ::signal(SIGXFSZ, SIG_DFL);
       struct rlimit limit = {fileSizeLimit, fileSizeLimit};
       ::setrlimit(RLIMIT_FSIZE, &limit);
     }

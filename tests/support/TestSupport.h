@@ -29,7 +29,7 @@ struct RunResult {
 
 // Runs the sorvane executable with these arguments (program name excluded).
 // A non-zero `fileSizeLimit` caps every file it writes at that many bytes, as
-// a full disk would (writes past it fail instead of killing the program).
+// a full disk would; the program must keep the size-limit signal from ending it.
 RunResult runSorvane(const std::vector<std::string>& arguments, uint64_t fileSizeLimit = 0);
 
 std::string readFile(const std::string& path);
