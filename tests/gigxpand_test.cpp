@@ -35,38 +35,28 @@ std::vector<short> expand(const std::string& input, int inputBytes = -1) {
 }  // namespace
 
 TEST(Gigxpand, EveryBlockModeDecodesItsChannels) {
-  // Both channels coded: codes of 0 keep the slope, so the values walk down by it.
-  std::vector<short> both = expand(codedBlock(0x0101, 100, 1, 0, 0) + "+");
-  ASSERT_EQ(both.size(), 4096u);
-  EXPECT_EQ(both[0], 99);
-  EXPECT_EQ(both[2], 98);
-  EXPECT_EQ(both[4], 97);
-  EXPECT_EQ(both[1], 99);
-  EXPECT_EQ(both[4095], 100 - 2048);
-
-  // A code is taken off the slope, the slope off the value; wrapping at 16 bits.
-  std::vector<short> wrapped = expand(codedBlock(0x0101, -32768, 0, 1, -1) + "+");
-  EXPECT_EQ(wrapped[0], -32768 + 1);  // slope -1
-  EXPECT_EQ(wrapped[1], 32767);       // slope 1: -32768 - 1 wraps
-  EXPECT_EQ(wrapped[3], 32767 - 2);
-
-  std::vector<short> right = expand(codedBlock(0x0100, 10, -2, 0, 3) + "+");
-  ASSERT_EQ(right.size(), 4096u);
-  EXPECT_EQ(right[0], 1000);
-  EXPECT_EQ(right[2], 1001);
-  EXPECT_EQ(right[1], 10 - (-2 - 3));
-  EXPECT_EQ(right[3], 15 - (-5 - 3));
-
-  std::vector<short> left = expand(codedBlock(0x0001, 10, 0, -1, 0) + "+");
-  EXPECT_EQ(left[0], 9);
-  EXPECT_EQ(left[2], 7);
-  EXPECT_EQ(left[1], 0);
-  EXPECT_EQ(left[3], -1);
-
-  std::vector<short> raw = expand(codedBlock(0x1234, 0, 0, 0, 0) + "+");
-  ASSERT_EQ(raw.size(), 4096u);
-  EXPECT_EQ(raw[0], 0);
-  EXPECT_EQ(raw[4095], 4095 * 3);
+  // A code is taken off the slope, the slope off the value, wrapping at 16
+  // bits; codes of 0 keep the slope. Channels interleave left, right.
+  struct Case {
+    std::string block;
+    std::vector<short> first;  // the first two frames
+    short last;
+  };
+  const Case cases[] = {
+      {codedBlock(0x0101, 100, 1, 0, 0), {99, 99, 98, 98}, 100 - 2048},
+      {codedBlock(0x0101, -32768, 0, 1, -1), {-32768 + 1, 32767, -32768 + 3, 32767 - 2}, 0},
+      {codedBlock(0x0100, 10, -2, 0, 3), {1000, 10 - (-2 - 3), 1001, 15 - (-5 - 3)}, 0},
+      {codedBlock(0x0001, 10, 0, -1, 0), {9, 0, 7, -1}, -2047},
+      {codedBlock(0x1234, 0, 0, 0, 0), {0, 3, 6, 9}, 4095 * 3},
+  };
+  for (const Case& c : cases) {
+    std::vector<short> out = expand(c.block + "+");
+    ASSERT_EQ(out.size(), 4096u);
+    EXPECT_EQ(std::vector<short>(out.begin(), out.begin() + 4), c.first);
+    if (c.last) {
+      EXPECT_EQ(out[4095], c.last);
+    }
+  }
 }
 
 TEST(Gigxpand, TheBlockEndingAtTheEndOfTheInputIsDropped) {

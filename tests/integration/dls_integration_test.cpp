@@ -7,7 +7,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <set>
 
@@ -33,58 +32,11 @@ std::string inputsFolder() {
   return folder;
 }
 
-// A chunk of a RIFF file, read here independently of the converter.
-struct Chunk {
-  std::string id;  // "LIST(wave)" for containers
-  size_t body = 0, size = 0;
-  std::vector<Chunk> children;
-  const Chunk* child(const std::string& wanted) const {
-    for (const Chunk& c : children)
-      if (c.id == wanted) return &c;
-    return nullptr;
-  }
-};
-
-uint32_t u32(const std::string& bytes, size_t at) {
-  uint32_t v = 0;
-  if (at + 4 <= bytes.size()) std::memcpy(&v, bytes.data() + at, 4);
-  return v;
-}
-
-std::vector<Chunk> parseChunks(const std::string& bytes, size_t from, size_t end) {
-  std::vector<Chunk> chunks;
-  while (from + 8 <= end) {
-    Chunk c;
-    c.id = bytes.substr(from, 4);
-    c.size = u32(bytes, from + 4);
-    c.body = from + 8;
-    if (c.id == "RIFF" || c.id == "LIST") {
-      c.id += "(" + bytes.substr(from + 8, 4) + ")";
-      c.children = parseChunks(bytes, from + 12, std::min(end, from + 8 + c.size));
-    }
-    chunks.push_back(c);
-    from += 8 + c.size + (c.size & 1);
-  }
-  return chunks;
-}
-
-std::string text(const std::string& bytes, const Chunk* chunk) {
-  if (!chunk) return "";
-  std::string t = bytes.substr(chunk->body, chunk->size);
-  return t.substr(0, t.find('\0'));
-}
-
 // The file name the naming rules give an instrument.
-std::string instrumentPath(uint32_t bank, uint32_t program, std::string name) {
-  if (name.empty()) name = "UNNAMED";
-  while (!name.empty() && static_cast<unsigned char>(name.back()) <= 32) name.pop_back();
-  while (!name.empty() && static_cast<unsigned char>(name.front()) <= 32) name.erase(0, 1);
-  for (char& c : name)
-    if (std::strchr("\\/*?><|: ", c)) c = '_';
-  char bankFolder[16], number[16];
-  std::snprintf(bankFolder, sizeof bankFolder, "Bank_%08x", bank);
-  std::snprintf(number, sizeof number, "%03u", program);
-  return std::string(bankFolder) + "/" + number + "_" + name + ".sfz";
+std::string instrumentPath(uint32_t bank, uint32_t program, const std::string& name) {
+  char prefix[32];
+  std::snprintf(prefix, sizeof prefix, "Bank_%08x/%03u_", bank, program);
+  return prefix + cleanName(name.empty() ? "UNNAMED" : name, true) + ".sfz";
 }
 
 // Checks a converted collection against the collection file itself.
@@ -103,8 +55,8 @@ void checkConversion(const std::string& collectionPath, const std::string& folde
     const Chunk* insh = instrument.child("insh");
     ASSERT_NE(insh, nullptr);
     const Chunk* info = instrument.child("LIST(INFO)");
-    expected.insert(instrumentPath(u32(bytes, insh->body + 4), u32(bytes, insh->body + 8),
-                                   info ? text(bytes, info->child("INAM")) : ""));
+    expected.insert(instrumentPath(u32At(bytes, insh->body + 4), u32At(bytes, insh->body + 8),
+                                   info ? chunkText(bytes, info->child("INAM")) : ""));
   }
   EXPECT_GT(expected.size(), 100u);
   std::set<std::string> written;
@@ -136,9 +88,7 @@ void checkConversion(const std::string& collectionPath, const std::string& folde
     ASSERT_NE(data, nullptr);
     waveData.insert(std::hash<std::string>()(bytes.substr(data->body, data->size)));
     const Chunk* info = wave.child("LIST(INFO)");
-    std::string name = info ? text(bytes, info->child("INAM")) : "";
-    for (char& c : name)
-      if (std::string("\\/*?><|: ").find(c) != std::string::npos) c = '_';
+    const std::string name = cleanName(info ? chunkText(bytes, info->child("INAM")) : "", false);
     waveNames.insert(name.empty() ? "UNKNOWN_0" : name);
   }
   const std::vector<std::string> samples = listDir(folder + "/samples");
@@ -155,12 +105,9 @@ void checkConversion(const std::string& collectionPath, const std::string& folde
     ASSERT_NE(found, waveData.end()) << name;
     waveData.erase(found);
 
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    ASSERT_NE(file, nullptr) << name << ": " << sf_strerror(nullptr);
-    const uint32_t frameBytes = info.channels * 2u;
-    EXPECT_EQ(static_cast<uint64_t>(info.frames), data->size / frameBytes) << name;
-    sf_close(file);
+    const WaveFacts facts = readWave(path);
+    ASSERT_GT(facts.channels, 0) << name << ": " << sf_strerror(nullptr);
+    EXPECT_EQ(static_cast<uint64_t>(facts.frames), data->size / (facts.channels * 2u)) << name;
   }
 }
 

@@ -169,16 +169,13 @@ class Bank {
     return riff::list("LIST", type, replaced != replace.end() ? replaced->second : children);
   }
 
-  std::vector<const Zone*> presetZones() const {
+  std::vector<const Zone*> presetZones() const { return zonesOf(presets); }
+  std::vector<const Zone*> instrumentZones() const { return zonesOf(instruments); }
+  template <typename Owner>
+  static std::vector<const Zone*> zonesOf(const std::vector<Owner>& owners) {
     std::vector<const Zone*> zones;
-    for (const Preset& p : presets)
-      for (const Zone& z : p.zones) zones.push_back(&z);
-    return zones;
-  }
-  std::vector<const Zone*> instrumentZones() const {
-    std::vector<const Zone*> zones;
-    for (const Instrument& i : instruments)
-      for (const Zone& z : i.zones) zones.push_back(&z);
+    for (const Owner& o : owners)
+      for (const Zone& z : o.zones) zones.push_back(&z);
     return zones;
   }
   static std::string bags(const std::vector<const Zone*>& zones) {

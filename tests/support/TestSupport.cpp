@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sndfile.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -91,6 +93,71 @@ RunResult runSorvane(const std::vector<std::string>& arguments, uint64_t fileSiz
   result.out = readFile(outPath);
   result.err = readFile(errPath);
   return result;
+}
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+uint32_t u32At(const std::string& bytes, size_t offset) {
+  uint32_t v = 0;
+  if (offset + 4 <= bytes.size()) std::memcpy(&v, bytes.data() + offset, 4);
+  return v;
+}
+
+WaveFacts readWave(const std::string& path) {
+  WaveFacts facts;
+  SF_INFO info{};
+  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+  if (!file) return facts;
+  facts.frames = static_cast<int>(info.frames);
+  facts.channels = info.channels;
+  facts.rate = info.samplerate;
+  facts.format = info.format;
+  SF_INSTRUMENT instrument{};
+  if (sf_command(file, SFC_GET_INSTRUMENT, &instrument, sizeof instrument) == SF_TRUE)
+    facts.loops = instrument.loop_count;
+  facts.points.resize(static_cast<size_t>(info.frames * info.channels));
+  sf_read_short(file, facts.points.data(), static_cast<sf_count_t>(facts.points.size()));
+  sf_close(file);
+  return facts;
+}
+
+const Chunk* Chunk::child(const std::string& wanted) const {
+  for (const Chunk& c : children)
+    if (c.id == wanted) return &c;
+  return nullptr;
+}
+
+std::vector<Chunk> parseChunks(const std::string& bytes, size_t from, size_t end) {
+  std::vector<Chunk> chunks;
+  while (from + 8 <= end) {
+    Chunk c;
+    c.id = bytes.substr(from, 4);
+    c.size = u32At(bytes, from + 4);
+    c.body = from + 8;
+    if (c.id == "RIFF" || c.id == "LIST") {
+      c.id += "(" + bytes.substr(from + 8, 4) + ")";
+      c.children = parseChunks(bytes, from + 12, std::min(end, from + 8 + c.size));
+    }
+    chunks.push_back(c);
+    from += 8 + c.size + (c.size & 1);
+  }
+  return chunks;
+}
+
+std::string chunkText(const std::string& bytes, const Chunk* chunk) {
+  if (!chunk) return "";
+  std::string t = bytes.substr(chunk->body, chunk->size);
+  return t.substr(0, t.find('\0'));
+}
+
+std::string cleanName(std::string name, bool trim) {
+  if (trim) {
+    while (!name.empty() && static_cast<unsigned char>(name.back()) <= 32) name.pop_back();
+    while (!name.empty() && static_cast<unsigned char>(name.front()) <= 32) name.erase(0, 1);
+  }
+  for (char& c : name)
+    if (c != '\0' && std::strchr("\\/*?><|: ", c)) c = '_';
+  return name;
 }
 
 std::string maskLines(const std::string& text, const std::string& prefix) {
