@@ -879,7 +879,7 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
     case Act::RootKey:
       if (a != -1) {
         rootKeyOverridden_ = true;
-        addOpCode(" pitch_keycenter=" + decimal(a) + " //" + std::string(name));
+        addOpCode(" pitch_keycenter=" + decimal(a) + " //" + name);
       }
       break;
   }

@@ -61,7 +61,6 @@ uint64_t bufferedCopy(int source, off_t* in, int target, off_t* out, uint64_t co
   return copied;
 }
 
-
 }  // namespace
 
 WaveFileWriter::WaveFileWriter(FILE* file) : file_(file), ownsFile_(false) { start(); }
