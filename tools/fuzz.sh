@@ -19,9 +19,12 @@ if [ ${#targets[@]} -eq 0 ]; then
   for program in "$build"/tests/fuzz/fuzz_*; do targets+=("$(basename "$program")"); done
 fi
 
-# Seeds: the committed ones plus those the seed maker builds from the test builders.
+# Seeds: the committed ones, those the seed maker builds from the test
+# builders, and the real Debian banks with their sample pools cut short.
 if [ -x "$build/tests/fuzz/make_fuzz_seeds" ]; then
-  "$build/tests/fuzz/make_fuzz_seeds" "$build/seeds"
+  banks=()
+  for bank in /usr/share/sounds/sf2/*.sf2; do [ -f "$bank" ] && [ ! -L "$bank" ] && banks+=("$bank"); done
+  "$build/tests/fuzz/make_fuzz_seeds" "$build/seeds" "${banks[@]}"
 fi
 
 mkdir -p "$build/findings"

@@ -1,7 +1,9 @@
-// Writes starting inputs for the fuzz targets, made with the test builders:
-// make_fuzz_seeds OUTPUT_FOLDER creates OUTPUT_FOLDER/<target>/<seed files>.
+// Writes starting inputs for the fuzz targets, made with the test builders,
+// plus one per real SoundFont bank named after the folder:
+// make_fuzz_seeds OUTPUT_FOLDER [BANK.sf2 ...] creates OUTPUT_FOLDER/<target>/<seed files>.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -11,6 +13,7 @@
 #include "tests/support/DlsBuilder.h"
 #include "tests/support/Sf2Builder.h"
 #include "tests/support/RiffBuilder.h"
+#include "source/IFFTree.h"
 
 namespace {
 
@@ -81,14 +84,45 @@ void acidSeeds() {
                                        acid::strc({{0}, {150}, {300}, {450, 1}}) + acid::pcm16(samples)));
 }
 
+// A real bank with its hydra and INFO texts as they are but its sample pool
+// cut to 64 KiB, so that it fits the fuzzer's input size.
+void realBankSeed(const std::string& path) {
+  tolvin::IFFTree tree(path, nullptr);
+  std::cout.setstate(std::ios::failbit);  // the tree's own complaints are not ours
+  const bool parsed = tree.process(tolvin::IFF_LOAD_STREAM);
+  std::cout.clear();
+  const tolvin::IFFTreeNode* bank =
+      parsed && !tree.root->children.empty() ? tree.root->children.front().get() : nullptr;
+  if (!bank || bank->name != "RIFF(sfbk)") return;
+  // The bytes of one stretch of the bank ("" when they cannot be read).
+  auto bytes = [&tree](uint64_t offset, uint64_t length) {
+    const uint8_t* data = tree.GetChunkPtrOffset(offset, length);
+    std::string text = data ? std::string(reinterpret_cast<const char*>(data), length) : std::string();
+    tree.ReleaseChunkPtr(data);
+    return text;
+  };
+  std::string lists;
+  for (const auto& child : bank->children) {
+    const tolvin::IFFTreeNode* smpl = child->name == "LIST(sdta)" ? child->findFirstChild("smpl") : nullptr;
+    if (smpl)
+      lists += riff::list("LIST", "sdta",
+                          riff::chunk("smpl", bytes(tree.chunkOffset(smpl, false), std::min<uint64_t>(smpl->size, 65536))));
+    else
+      lists += bytes(tree.chunkOffset(child.get(), true), tree.chunkLength(child.get(), true));
+  }
+  const size_t slash = path.find_last_of('/');
+  seed("fuzz_sf2", "real_" + path.substr(slash == std::string::npos ? 0 : slash + 1), riff::list("RIFF", "sfbk", lists));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::cout << "usage: make_fuzz_seeds OUTPUT_FOLDER" << std::endl;
+  if (argc < 2) {
+    std::cout << "usage: make_fuzz_seeds OUTPUT_FOLDER [BANK.sf2 ...]" << std::endl;
     return 1;
   }
   root = argv[1];
+  for (int i = 2; i < argc; ++i) realBankSeed(argv[i]);
   chunkTreeSeeds();
   collectionSeeds();
   soundFontSeeds();
