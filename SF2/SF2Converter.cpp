@@ -1025,8 +1025,8 @@ bool SF2Converter::saveAudio() {
   {
     WaveFileWriter writer(file);
     writer.prepareData(mainSampleRate_, 1, 16, true);
-    // The pool goes across without passing through this process where the
-    // system allows; the tree's own reading position is left untouched.
+    // The pool is copied a piece at a time with positioned reads, so the
+    // tree's own reading position is left untouched.
     const uint64_t size = smplNode_->size;
     const uint64_t copied =
         writer.copyData(tree_->streamDescriptor(), tree_->chunkOffset(smplNode_, false), size);

@@ -13,29 +13,11 @@ namespace {
 // The first byte is 0xFF so that an unfinished file is never taken for a RIFF.
 const size_t kHeaderPlaceholder = 36;
 const size_t kInterleaveFrames = 4096;
-const size_t kCopyBufferSize = 0x100000;  // 1 MiB, for copies the kernel cannot do
+const size_t kCopyBufferSize = 0x100000;  // 1 MiB
 
-// Copies from `source` at *in to `target` at *out inside the kernel, moving
-// both offsets. Stops at the end of the source or at the first error; the
-// buffered copy then meets that error again and tells a read from a write.
-uint64_t kernelCopy(int source, off_t* in, int target, off_t* out, uint64_t count) {
-  uint64_t copied = 0;
-#if defined(__linux__)
-  while (copied < count) {
-    const size_t piece = static_cast<size_t>(std::min<uint64_t>(count - copied, 1u << 30));
-    const ssize_t done = ::copy_file_range(source, in, target, out, piece, 0);
-    if (done < 0 && errno == EINTR) continue;
-    if (done <= 0) break;
-    copied += static_cast<uint64_t>(done);
-  }
-#else
-  (void)source, (void)in, (void)target, (void)out, (void)count;
-#endif
-  return copied;
-}
-
-// The same through one reused buffer. Returns the bytes read and written;
-// sets *writeFailed when a write does not go through whole.
+// Copies from `source` at *in to `target` at *out through one reused buffer,
+// moving both offsets. Returns the bytes read and written; sets *writeFailed
+// when a write does not go through whole.
 uint64_t bufferedCopy(int source, off_t* in, int target, off_t* out, uint64_t count, bool* writeFailed) {
   std::vector<unsigned char> buffer(static_cast<size_t>(std::min<uint64_t>(count, kCopyBufferSize)));
   uint64_t copied = 0;
@@ -243,9 +225,7 @@ uint64_t WaveFileWriter::copyData(int source, uint64_t offset, uint64_t count) {
   }
   off_t in = static_cast<off_t>(offset);
   off_t out = static_cast<off_t>(start);
-  const int target = fileno(file_);
-  uint64_t copied = kernelCopy(source, &in, target, &out, count);
-  if (copied < count) copied += bufferedCopy(source, &in, target, &out, count - copied, &failed_);
+  const uint64_t copied = bufferedCopy(source, &in, fileno(file_), &out, count, &failed_);
   if (fseeko(file_, out, SEEK_SET) != 0) failed_ = true;
   dataEnd_ += static_cast<uint64_t>(out) - start;
   return copied;

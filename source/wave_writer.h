@@ -87,10 +87,9 @@ class WaveFileWriter {
   // Interleaves two mono buffers of `frames` samples each.
   bool writeData(const void* left, const void* right, unsigned long frames);
   // Appends `count` bytes read from the open file `source` at `offset`,
-  // copied inside the kernel where the system can, else through one reused
-  // buffer. The source's own position is not moved. Returns how many bytes
-  // could be read: fewer than `count` when the source ends early; a failed
-  // write shows in writeFailed().
+  // through one reused buffer of at most 1 MiB, without moving the source's
+  // own position. Returns how many bytes could be read: fewer than `count`
+  // when the source ends early; a failed write shows in writeFailed().
   uint64_t copyData(int source, uint64_t offset, uint64_t count);
   bool finalize();
 
