@@ -84,8 +84,9 @@ void acidSeeds() {
                                        acid::strc({{0}, {150}, {300}, {450, 1}}) + acid::pcm16(samples)));
 }
 
-// A real bank with its hydra and INFO texts as they are but its sample pool
-// cut to 64 KiB, so that it fits the fuzzer's input size.
+// A real bank cut down to what one fuzzing run can afford: its INFO texts
+// and hydra as they are, but only its first four presets (the fifth record
+// ends them) and its sample pool cut to 64 KiB.
 void realBankSeed(const std::string& path) {
   tolvin::IFFTree tree(path, nullptr);
   std::cout.setstate(std::ios::failbit);  // the tree's own complaints are not ours
@@ -94,21 +95,24 @@ void realBankSeed(const std::string& path) {
   const tolvin::IFFTreeNode* bank =
       parsed && !tree.root->children.empty() ? tree.root->children.front().get() : nullptr;
   if (!bank || bank->name != "RIFF(sfbk)") return;
-  // The bytes of one stretch of the bank ("" when they cannot be read).
-  auto bytes = [&tree](uint64_t offset, uint64_t length) {
-    const uint8_t* data = tree.GetChunkPtrOffset(offset, length);
+  // At most `limit` bytes of a chunk's body ("" when they cannot be read).
+  auto body = [&tree](const tolvin::IFFTreeNode* node, uint64_t limit) {
+    const uint64_t length = std::min(node->size, limit);
+    const uint8_t* data = tree.GetChunkPtrOffset(tree.chunkOffset(node, false), length);
     std::string text = data ? std::string(reinterpret_cast<const char*>(data), length) : std::string();
     tree.ReleaseChunkPtr(data);
     return text;
   };
+  const uint64_t kAll = UINT64_MAX;
   std::string lists;
-  for (const auto& child : bank->children) {
-    const tolvin::IFFTreeNode* smpl = child->name == "LIST(sdta)" ? child->findFirstChild("smpl") : nullptr;
-    if (smpl)
-      lists += riff::list("LIST", "sdta",
-                          riff::chunk("smpl", bytes(tree.chunkOffset(smpl, false), std::min<uint64_t>(smpl->size, 65536))));
-    else
-      lists += bytes(tree.chunkOffset(child.get(), true), tree.chunkLength(child.get(), true));
+  for (const auto& list : bank->children) {
+    const std::string type = list->name.substr(5, 4);  // "LIST(pdta)" gives pdta
+    std::string chunks;
+    for (const auto& chunk : list->children) {
+      const uint64_t limit = chunk->name == "smpl" ? 65536 : chunk->name == "phdr" ? 5 * 38 : kAll;
+      chunks += riff::chunk(chunk->name, body(chunk.get(), limit));
+    }
+    lists += riff::list("LIST", type, chunks);
   }
   const size_t slash = path.find_last_of('/');
   seed("fuzz_sf2", "real_" + path.substr(slash == std::string::npos ? 0 : slash + 1), riff::list("RIFF", "sfbk", lists));
