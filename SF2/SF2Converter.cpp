@@ -1034,7 +1034,10 @@ bool SF2Converter::saveAudio() {
       say("major read error exporting audio!");
       ok = false;
     }
-    if (ok) writer.finalize();
+    if (ok)
+      writer.finalize();
+    else
+      writer.abandon();  // a pool cut short is not dressed up as a whole wave
     writeFailed = writer.writeFailed();
   }
   if (std::fclose(file) != 0 || (ok && writeFailed)) {

@@ -64,7 +64,7 @@ WaveFileWriter::WaveFileWriter(const std::string& path) {
 }
 
 WaveFileWriter::~WaveFileWriter() {
-  if (!finalized_ && file_) finalize();
+  if (!finalized_ && !abandoned_ && file_) finalize();
   if (ownsFile_ && file_) std::fclose(file_);
 }
 

@@ -92,6 +92,9 @@ class WaveFileWriter {
   // when the source ends early; a failed write shows in writeFailed().
   uint64_t copyData(int source, uint64_t offset, uint64_t count);
   bool finalize();
+  // Leaves the file as it stands, its header unpatched (so never taken for a
+  // whole wave); the destructor then does not finalize it.
+  void abandon() { abandoned_ = true; }
 
   const WaveFormatRecord& format() const { return format_; }
 
@@ -106,5 +109,6 @@ class WaveFileWriter {
   uint64_t dataEnd_ = 0;
   uint64_t dataSizePosition_ = 0;
   bool finalized_ = false;
+  bool abandoned_ = false;
   bool failed_ = false;
 };

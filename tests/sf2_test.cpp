@@ -665,6 +665,8 @@ TEST(SF2BadInput, PoolRunningPastTheEndOfTheFileStopsTheConversion) {
   EXPECT_EQ(run.console, "Extracting smpl to wav file...\nmajor read error exporting audio!\n");
   EXPECT_EQ(run.result, "");
   EXPECT_FALSE(exists(dir.file("out/000_P.sfz")));
+  // What was copied stays, behind the unpatched header no reader takes for a wave.
+  EXPECT_EQ(readFile(dir.file("out/sf2_smpl.wav")).substr(0, 4), std::string("\xFF\0\0\0", 4));
 }
 
 TEST(SF2BadInput, UnwritableOutputsAreReported) {
