@@ -1,0 +1,104 @@
+// The sample pool: the bank's main rate, the pool as one wave file, and the
+// sample header lines of every region.
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "SF2/SF2Converter.h"
+#include "SF2/SF2Stages.h"
+#include "source/TLVSConv.h"
+#include "source/wave_writer.h"
+
+using namespace sf2;
+
+namespace {
+
+const double kCentsPerDecade = 3986.313713864835;  // 1200 / log10(2)
+
+}  // namespace
+
+bool SF2Converter::checkSampleRates() {
+  const tolvin::ByteReader headers = shdr_.reader();
+  auto rate = [&](uint64_t k) { return headers.u32(k * kShdrSize + 36); };
+  auto type = [&](uint64_t k) { return headers.u16(k * kShdrSize + 44); };
+  mainSampleRate_ = rate(0);
+  // The last real sample is compared but never chosen, and its type never
+  // tested: that is the rule banks have been converted with all along.
+  for (uint64_t k = 1; k + 1 < shdr_.count; ++k) {
+    if (rate(k - 1) != rate(k) && rate(k - 1) > mainSampleRate_) mainSampleRate_ = rate(k - 1);
+    if (type(k - 1) == 8) return false;  // linked samples are not supported
+  }
+  return true;
+}
+
+bool SF2Converter::saveAudio() {
+  say("Extracting smpl to wav file...");
+  const std::string path = outputPath_ + "/sf2_smpl.wav";
+  FILE* file = std::fopen(path.c_str(), "wb");
+  if (!file) {
+    say("Not able to open output file " + tolvin::TLVSConv(path, tolvin::UTF8));
+    return false;
+  }
+  bool ok = true;
+  bool writeFailed = false;
+  {
+    WaveFileWriter writer(file);
+    writer.prepareData(mainSampleRate_, 1, 16, true);
+    // The pool is copied a piece at a time with positioned reads, so the
+    // tree's own reading position is left untouched.
+    const uint64_t size = smplNode_->size;
+    const uint64_t copied =
+        writer.copyData(tree_->streamDescriptor(), tree_->chunkOffset(smplNode_, false), size);
+    if (copied < size && !writer.writeFailed()) {
+      say("major read error exporting audio!");
+      ok = false;
+    }
+    if (ok)
+      writer.finalize();
+    else
+      writer.abandon();  // a pool cut short is not dressed up as a whole wave
+    writeFailed = writer.writeFailed();
+  }
+  if (std::fclose(file) != 0 || (ok && writeFailed)) {
+    reportUnwritten(path);
+    return false;
+  }
+  if (ok) say("Extracting smpl to wav file... DONE!");
+  return ok;
+}
+
+void SF2Converter::process_shdr(unsigned long sampleIndex) {
+  // The terminal record is no sample.
+  if (sampleIndex + 1 >= shdr_.count) {
+    currentNodeComment("ERROR! sampleId " + decimal(uint64_t(sampleIndex)) + " is not in the shdr table");
+    return;
+  }
+  const tolvin::ByteReader r = shdr_.reader().sub(sampleIndex * kShdrSize, kShdrSize);
+  const std::string name = r.text(0, 20);
+  const uint32_t start = r.u32(20), end = r.u32(24), loopStart = r.u32(28), loopEnd = r.u32(32);
+  const uint32_t rate = r.u32(36);
+  const uint8_t rootKey = r.u8(40);
+  const int8_t correction = r.i8(41);
+
+  if (versionMajor_ >= 2 && !name.empty()) addOpCode(" region_label=" + name);
+  int64_t tune = fineTune_ + correction + coarseTune_;
+  if (rate != mainSampleRate_) {
+    currentNodeComment("Sample Rate override main:" + decimal(mainSampleRate_) + " curr:" + decimal(rate));
+    // Without a rate on either side there is no ratio to tune by.
+    if (rate != 0 && mainSampleRate_ != 0)
+      tune += static_cast<int64_t>(
+          std::floor(std::log10(double(rate) / double(mainSampleRate_)) * kCentsPerDecade));
+  }
+  const int64_t offset = startOffset_ + start;
+  const int64_t endFrame = endOffset_ + end;  // the stored end, not end - 1
+  const std::string tail = " tune=" + decimal(tune) + "\n offset=" + decimal(offset) + " end=" + decimal(endFrame);
+  addOpCode(rootKeyOverridden_ ? tail : " pitch_keycenter=" + decimal(unsigned(rootKey)) + tail);
+
+  const int64_t loopFirst = startLoopOffset_ + startLoopCoarseOffset_ * 32768 + loopStart;
+  const int64_t loopLast = endLoopOffset_ + endLoopCoarseOffset_ * 32768 + int64_t(loopEnd) - 1;
+  const std::string loops = " loop_start=" + decimal(loopFirst) + " loop_end=" + decimal(loopLast);
+  if (uint64_t(offset) > uint64_t(loopFirst) || uint64_t(loopFirst) >= uint64_t(loopLast))
+    currentNodeComment(" bad loop!" + loops);
+  else
+    addOpCode(loops);
+}
