@@ -1,8 +1,8 @@
 #include "ACID/ACIDConverter.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
 #include <iostream>
 
 #include "source/NumberText.h"
@@ -20,14 +20,8 @@ const char kRule[] = "// *******************************************************
 const uint64_t kStrcHeader = 28;
 const uint64_t kMarkerSize = 32;
 const uint64_t kLookBack = 256, kLookAhead = 16;  // frames searched around a slice
+const uint64_t kReadBlockBytes = 64 * 1024;
 const int kLastKey = 127;
-
-std::string conversionDate() {
-  std::time_t now = std::time(nullptr);
-  std::string text = std::asctime(std::localtime(&now));
-  if (!text.empty() && text.back() == '\n') text.pop_back();
-  return text;
-}
 
 // Single hits start low enough for every slice to get a key up to 127.
 int firstSingleHitKey(size_t slices) { return slices <= 84 ? 36 : slices <= 96 ? 24 : 12; }
@@ -37,11 +31,13 @@ int firstSingleHitKey(size_t slices) { return slices <= 84 ? 36 : slices <= 96 ?
 ACIDConverter::ACIDConverter(const std::string& inputPath, const std::string& outputFolder)
     : inputPath_(inputPath), outputFolder_(outputFolder) {}
 
-ACIDConverter::~ACIDConverter() { closeOutput(false); }
+ACIDConverter::~ACIDConverter() { out_.rdbuf(nullptr); }
 
 std::string ACIDConverter::process() {
   tree_ = std::make_unique<tolvin::IFFTree>(inputPath_, nullptr);
   if (tree_->process(tolvin::IFF_LOAD_STREAM)) parseTree();
+  // A loop without beat markers ends its file where the markers would be.
+  closeOutput(false);
   return result_;
 }
 
@@ -49,7 +45,7 @@ void ACIDConverter::getChildString(std::string& out, const char* id, const IFFTr
   const IFFTreeNode* child = node ? node->findFirstChild(id) : nullptr;
   if (!child) return;
   ChunkBody body(*tree_, child);
-  out = body.reader().text(0, body.size());
+  out = body.reader().infoText(id);
 }
 
 void ACIDConverter::parseTree() {
@@ -112,7 +108,7 @@ void ACIDConverter::parseTree() {
     out_ << "//\n// method   :" << reader.i32(16) << "\n// transient:" << reader.i32(20) << "\n// beatmarks:" << count
          << "\n";
   }
-  // Without markers the file ends here; it is closed with the converter.
+  // Without markers the file ends here.
   if (count == 0) return;
 
   std::vector<uint64_t> slices = keptMarkers(strc, count);
@@ -124,14 +120,17 @@ void ACIDConverter::parseTree() {
 
 bool ACIDConverter::writeHeaderAndControl(const IFFTreeNode* top, const IFFTreeNode* acid, const WaveFormat& format,
                                           uint64_t fmtLength) {
-  const std::string date = conversionDate();
-  result_ = outputFolder_ + (outputFolder_.empty() ? "" : "/") +
-            tolvin::getFileFromPath(tolvin::stripFileExtension(inputPath_)) + ".sfz";
-  out_.open(result_, std::ios::out | std::ios::trunc | std::ios::binary);
-  if (!out_.is_open()) {
-    std::cout << "error creating output file!\n";
+  const std::string date = tolvin::conversionDate();
+  std::string name = tolvin::getFileFromPath(tolvin::stripFileExtension(inputPath_));
+  tolvin::replaceControlBytes(name, '_');
+  result_ = outputFolder_ + (outputFolder_.empty() ? "" : "/") + name + ".sfz";
+  file_ = std::make_unique<tolvin::OutputFile>(result_, outputFolder_);
+  if (!file_->isOpen()) {
+    if (!file_->refusedLink()) std::cout << "error creating output file!\n";
+    file_.reset();
     return false;
   }
+  out_.rdbuf(file_->textBuffer());
   out_ << kRule << "\n// MIRRUN (WAV/ACID) Converter v" << kVersion << "\n" << kRule << "\n";
   if (acid)
     out_ << "// ACID File\n";
@@ -194,18 +193,29 @@ bool ACIDConverter::readMagnitudes(const IFFTreeNode* data, const WaveFormat& fo
   const uint64_t sampleBytes = format.tag == 3 ? 4 : format.bitsPerSample / 8;
   const uint64_t frameBytes = sampleBytes * format.channels;
   const uint64_t start = tree_->chunkOffset(data, false);
+  if (frameBytes == 0) return false;
+  // Frames are read a block at a time, each block ending with the sample it
+  // needs of its last frame (a frame too wide for a block is read alone).
+  const uint64_t blockFrames = frameBytes <= kReadBlockBytes ? kReadBlockBytes / frameBytes : 1;
+  std::vector<uint8_t> block;
   magnitudes.clear();
-  uint8_t sample[4] = {0, 0, 0, 0};
-  for (uint64_t frame = first; frame <= last; ++frame) {
-    if (!tree_->IFF_SEEK(start + frame * frameBytes, 0) || tree_->IFF_READ(sample, 1, sampleBytes) != sampleBytes)
+  for (uint64_t frame = first; frame <= last;) {
+    const uint64_t frames = std::min(blockFrames, last - frame + 1);
+    const uint64_t bytes = (frames - 1) * frameBytes + sampleBytes;
+    block.resize(static_cast<size_t>(bytes));
+    if (!tree_->IFF_SEEK(start + frame * frameBytes, 0) || tree_->IFF_READ(block.data(), 1, bytes) != bytes)
       return false;
-    const ByteReader reader(sample, sampleBytes);
-    if (format.tag == 3)
-      magnitudes.push_back(std::fabs(reader.f32(0)));
-    else if (sampleBytes == 2)
-      magnitudes.push_back(std::abs(static_cast<int>(reader.i16(0))));
-    else  // 8-bit data is read as signed, as it always has been
-      magnitudes.push_back(std::abs(static_cast<int>(reader.i8(0))));
+    const ByteReader reader(block.data(), bytes);
+    for (uint64_t i = 0; i < frames; ++i) {
+      const uint64_t at = i * frameBytes;
+      if (format.tag == 3)
+        magnitudes.push_back(std::fabs(reader.f32(at)));
+      else if (sampleBytes == 2)
+        magnitudes.push_back(std::abs(static_cast<int>(reader.i16(at))));
+      else  // 8-bit data is read as signed, as it always has been
+        magnitudes.push_back(std::abs(static_cast<int>(reader.i8(at))));
+    }
+    frame += frames;
   }
   return true;
 }
@@ -259,8 +269,7 @@ void ACIDConverter::snapToZeroCrossings(std::vector<uint64_t>& slices, const IFF
 }
 
 void ACIDConverter::writeComplexPath(const std::vector<uint64_t>& slices) {
-  const std::string sample = tolvin::TLVSConv(inputPath_, tolvin::UTF8);
-  out_ << "<global>\nsample=" << sample << "\nbend_down=-1200 bend_up=1200\nsw_lokey=0 sw_hikey=2 sw_default=0 lokey=12\n\n";
+  out_ << "<global>\nsample=" << samplePath() << "\nbend_down=-1200 bend_up=1200\nsw_lokey=0 sw_hikey=2 sw_default=0 lokey=12\n\n";
   out_ << "<group>\nsw_last=0\nsw_label=ACID Full Loop\nampeg_hold=0.2\nampeg_hold_oncc1=-0.2\nampeg_decay=0.02\n"
           "ampeg_sustain=0\npitch_keycenter=36\nlokey=12\nhikey=71\n\n";
   for (size_t i = 0; i < slices.size(); ++i) {
@@ -280,16 +289,21 @@ void ACIDConverter::writeComplexPath(const std::vector<uint64_t>& slices) {
 
 void ACIDConverter::writeSimplePath() {
   std::cout << "This is not a complex acid file\n";
-  out_ << "<group>\nsample=" << tolvin::TLVSConv(inputPath_, tolvin::UTF8) << "\nbend_down=-1200 bend_up=1200\n\n<region>\n";
+  out_ << "<group>\nsample=" << samplePath() << "\nbend_down=-1200 bend_up=1200\n\n<region>\n";
+}
+
+std::string ACIDConverter::samplePath() const {
+  std::string path = tolvin::TLVSConv(inputPath_, tolvin::UTF8);
+  tolvin::replaceControlBytes(path, ' ');
+  return path;
 }
 
 void ACIDConverter::closeOutput(bool withEmptyLine) {
-  if (!out_.is_open()) return;
+  if (!file_) return;
   if (withEmptyLine) out_ << "\n";
-  out_.close();
-  if (out_.fail()) {
-    // A full disk or a size limit: no truncated file is left as if whole.
-    std::cout << "error writing output file:" << result_ << std::endl;
-    std::remove(result_.c_str());
-  }
+  if (!out_.flush()) file_->markFailed();
+  out_.rdbuf(nullptr);
+  std::unique_ptr<tolvin::OutputFile> file = std::move(file_);
+  // A full disk or a size limit: nothing is left under the final name.
+  if (!file->commit()) std::cout << "error writing output file:" << result_ << std::endl;
 }

@@ -3,14 +3,15 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "Converters/Common/ConverterBase.h"
 #include "source/IFFTree.h"
+#include "source/OutputFile.h"
 
 // One beat marker of a "strc" chunk (32 bytes; the rest is carried unread).
 struct tMARKEDBEAT {
@@ -41,13 +42,17 @@ class ACIDConverter : public ConverterBase {
   std::vector<uint64_t> keptMarkers(const tolvin::IFFTreeNode* strc, uint32_t count);
   void snapToZeroCrossings(std::vector<uint64_t>& slices, const tolvin::IFFTreeNode* data,
                            const WaveFormat& format);
-  // Magnitude of the first channel's sample of each frame in [first, last].
+  // Magnitude of the first channel's sample of each frame in [first, last],
+  // read in blocks of whole frames.
   bool readMagnitudes(const tolvin::IFFTreeNode* data, const WaveFormat& format, uint64_t first, uint64_t last,
                       std::vector<double>& magnitudes);
   void writeComplexPath(const std::vector<uint64_t>& slices);
   void writeSimplePath();
-  // Ends the file (the closing empty line only after a whole conversion).
+  // Ends the file (the closing empty line only after a whole conversion) and
+  // puts it in place.
   void closeOutput(bool withEmptyLine);
+  // The input path as the SFZ text names it: control bytes as blanks.
+  std::string samplePath() const;
 
   std::string inputPath_;
   std::string outputFolder_;
@@ -55,5 +60,6 @@ class ACIDConverter : public ConverterBase {
   std::string result_;
   uint64_t frames_ = 0;
   uint32_t beats_ = 0;
-  std::ofstream out_;
+  std::unique_ptr<tolvin::OutputFile> file_;
+  std::ostream out_{nullptr};
 };

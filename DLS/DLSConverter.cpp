@@ -58,16 +58,8 @@ const uint64_t kInstrumentBlockLimit = 4 << 20;
 std::string replaceDotsAndBlanks(std::string name) {
   for (char& c : name)
     if (c == '.' || c == ' ') c = '_';
+  tolvin::replaceControlBytes(name, '_');
   return name;
-}
-
-// The local time as asctime gives it, without its line end.
-std::string conversionDate() {
-  std::time_t now = std::time(nullptr);
-  const char* text = std::asctime(std::localtime(&now));
-  std::string date = text ? text : "";
-  if (!date.empty() && date.back() == '\n') date.pop_back();
-  return date;
 }
 
 }  // namespace
@@ -83,7 +75,7 @@ _CONNECTION _CONNECTION::read(const tolvin::ByteReader& body, uint64_t offset) {
 }
 
 DLSConverter::DLSConverter(const std::string& inputPath, const std::string& outputPath)
-    : inputPath_(inputPath), inputFileSize_(tolvin::fileSize(inputPath)) {
+    : inputPath_(inputPath), inputFileSize_(tolvin::fileSize(inputPath)), outputPath_(outputPath) {
   inputFileName = replaceDotsAndBlanks(tolvin::getFileFromPath(inputPath));
   outputFolder_ = outputPath + "/" + inputFileName;
   tolvin::PCreateDir(outputFolder_);
@@ -108,7 +100,7 @@ void DLSConverter::getChildString(std::string& out, const char* id, const IFFTre
   const IFFTreeNode* child = parent ? parent->findFirstChild(id) : nullptr;
   if (!child) return;
   const ChunkView view = body(child);
-  out = view.reader().text(0, view.reader().size());
+  out = view.reader().infoText(id);
 }
 
 void DLSConverter::writeInfoLines(const IFFTreeNode* info, std::string& text) {
@@ -168,7 +160,7 @@ void DLSConverter::writeFileHeader(const IFFTreeNode* instrumentInfo, uint32_t b
   out_ << "// \n";
   out_ << "// Number of Regions: " << regionCount << "\n";
   out_ << "// \n";
-  out_ << "// Conversion Date  : " << conversionDate() << "\n";
+  out_ << "// Conversion Date  : " << tolvin::conversionDate() << "\n";
   out_ << kRule << "\n\n";
 }
 
@@ -215,16 +207,14 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
   const std::string path = outputFolder_ + "/" + bankFolder + "/" + fileName;
   if (result_.empty()) result_ = path;
 
-  // An instrument left unfinished for want of regions still holds the
-  // stream; it ends where it stopped.
-  if (out_.is_open()) out_.close();
-  out_.clear();
-  out_.open(path, std::ios::out | std::ios::trunc | std::ios::binary);
-  outPath_ = path;
-  if (!out_.is_open()) {
-    std::cout << "error creating output file!\n";
+  instrumentFile_ = std::make_unique<tolvin::OutputFile>(path, outputPath_);
+  if (!instrumentFile_->isOpen()) {
+    if (!instrumentFile_->refusedLink()) std::cout << "error creating output file!\n";
+    instrumentFile_.reset();
     return;
   }
+  out_.rdbuf(instrumentFile_->textBuffer());
+  out_.clear();
 
   writeFileHeader(info, bank, program, regionCount);
   writeControlBlock();
@@ -234,7 +224,9 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
 
   const IFFTreeNode* regions = instrument->findFirstChild("LIST(lrgn)");
   if (!regions) {
+    // The instrument ends where it stopped, uncounted.
     std::cout << "Error no lrgn!\n";
+    closeInstrumentFile();
     return;
   }
   int index = 0;
@@ -245,17 +237,17 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
       std::cout << "odd lrng child" << child->name << "\n";
   }
   out_ << "\n";
+  ++filesWritten_;
   closeInstrumentFile();
 }
 
 void DLSConverter::closeInstrumentFile() {
-  out_.close();
-  ++filesWritten_;
-  if (out_.fail()) {
-    // A full disk or a size limit: no truncated instrument is left as if whole.
-    std::cout << "error writing output file:" << outPath_ << "\n";
-    std::remove(outPath_.c_str());
-  }
+  if (!instrumentFile_) return;
+  if (!out_.flush()) instrumentFile_->markFailed();
+  out_.rdbuf(nullptr);
+  std::unique_ptr<tolvin::OutputFile> file = std::move(instrumentFile_);
+  // A full disk or a size limit: nothing is left under the final name.
+  if (!file->commit()) std::cout << "error writing output file:" << file->path() << "\n";
 }
 
 void DLSConverter::writeArticulation(const IFFTreeNode* owner, const char* scope) {
@@ -305,16 +297,15 @@ void DLSConverter::parse_LISTrgn(const IFFTreeNode* region, int) {
 
   // An index equal to the number of names passes this test and then misses
   // in the lookup.
-  if (tableIndex > waveNames_.size()) {
+  if (tableIndex > cuesFound_) {
     std::cout << "error ulTableIndex out of bound:" << consoleNumber(tableIndex);
     return;
   }
-  auto wave = waveNames_.find(tableIndex);
-  if (wave == waveNames_.end()) {
+  if (tableIndex >= cueWave_.size() || cueWave_[tableIndex] == kNoWave) {
     std::cout << "can't find wave cue in map:" << consoleNumber(tableIndex);
     return;
   }
-  out_ << " sample=" << wave->second << ".wav\n";
+  out_ << " sample=" << waveFiles_[cueWave_[tableIndex]] << ".wav\n";
 
   writeArticulation(region, "Local");
 

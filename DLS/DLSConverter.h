@@ -3,13 +3,15 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <string>
+#include <vector>
 
 #include "Converters/Common/ConverterBase.h"
 #include "source/IFFTree.h"
+#include "source/OutputFile.h"
 
 class ChunkBlock;
 class ChunkView;
@@ -59,7 +61,8 @@ class DLSConverter : public ConverterBase {
 
  private:
   void writeInstrument(const tolvin::IFFTreeNode* instrument);
-  // Closes the instrument file; one that could not be written whole is removed.
+  // Puts the instrument file in place; one that could not be written whole
+  // is reported and left out.
   void closeInstrumentFile();
   // A chunk's body, from the instrument block in memory while one is read.
   ChunkView body(const tolvin::IFFTreeNode* node);
@@ -84,15 +87,21 @@ class DLSConverter : public ConverterBase {
   std::string consoleNumber(uint64_t value) const;
 
   bool severalInstruments_ = false;
-  std::ofstream out_;  // the instrument file being written
-  std::string outPath_;  // and its path
+  std::unique_ptr<tolvin::OutputFile> instrumentFile_;  // the instrument file being written
+  std::ostream out_{nullptr};                             // and the text going into it
   std::string inputPath_;
   std::string result_;
   unsigned filesWritten_ = 0;
   int64_t inputFileSize_ = 0;
   std::unique_ptr<tolvin::IFFTree> tree_;
-  std::map<uint64_t, std::string> waveNames_;  // pool-table index -> wave file base name
-  std::string outputFolder_;
+  // Each wave's file base name is kept once, however many pool-table cues
+  // point at it; a cue holds the wave's position in waveFiles_.
+  static constexpr uint32_t kNoWave = UINT32_MAX;
+  std::vector<std::string> waveFiles_;
+  std::vector<uint32_t> cueWave_;  // pool-table index -> position in waveFiles_, or kNoWave
+  uint64_t cuesFound_ = 0;
+  std::string outputPath_;    // the folder the user chose
+  std::string outputFolder_;  // the collection's own folder in it
   std::string collectionInfo_;
   bool consoleHex_ = false;
   const ChunkBlock* block_ = nullptr;  // the instrument being written, read whole

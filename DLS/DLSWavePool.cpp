@@ -9,6 +9,7 @@
 #include "DLS/DLSConverter.h"
 #include "DLS/gigxpand.h"
 #include "source/NumberText.h"
+#include "source/OutputFile.h"
 #include "source/PlatformTools.h"
 #include "source/TLVSConv.h"
 #include "source/wave_writer.h"
@@ -76,12 +77,13 @@ void DLSConverter::parseAudioInfo(const IFFTreeNode* container) {
 
   // Pool-table offsets count from the first wave of the pool.
   const uint64_t base = pool->children.empty() ? 0 : pool->children.front()->offset;
-  std::map<uint64_t, std::string> nameByOffset;
+  std::map<uint64_t, uint32_t> waveByOffset;  // position in waveFiles_
   for (const auto& child : pool->children) {
     if (child->name != "LIST(wave)") continue;
     std::string name;
     parse_LISTwave(child.get(), name);
-    nameByOffset[child->offset - base] = name;
+    waveByOffset[child->offset - base] = static_cast<uint32_t>(waveFiles_.size());
+    waveFiles_.push_back(name);
   }
 
   const IFFTreeNode* ptbl = container->findFirstChild("ptbl");
@@ -95,11 +97,13 @@ void DLSConverter::parseAudioInfo(const IFFTreeNode* container) {
   const uint32_t count = reader.u32(4);
   const uint64_t fitting = (reader.size() - kPtblHeaderSize) / 4;
   const uint64_t usable = count < fitting ? count : fitting;
+  cueWave_.assign(usable, kNoWave);
   for (uint64_t i = 0; i < usable; ++i) {
     const uint32_t offset = reader.u32(kPtblHeaderSize + 4 * i);
-    auto found = nameByOffset.find(offset);
-    if (found != nameByOffset.end()) {
-      waveNames_[i] = found->second;
+    auto found = waveByOffset.find(offset);
+    if (found != waveByOffset.end()) {
+      cueWave_[i] = found->second;
+      ++cuesFound_;
     } else {
       std::cout << "missing pool table ffset reference:0x" << tolvin::hexText(offset) << "\n";
       consoleHex_ = false;
@@ -149,14 +153,14 @@ void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
     return;
   }
 
-  FILE* file = std::fopen(path.c_str(), "wb");
-  if (!file) {
-    std::cout << "Not able to open output file " << path << "\n";
+  tolvin::OutputFile file(path, outputPath_);
+  if (!file.isOpen()) {
+    if (!file.refusedLink()) std::cout << "Not able to open output file " << path << "\n";
     return;
   }
   bool writeFailed = false;
   {
-    WaveFileWriter writer(file);
+    WaveFileWriter writer(file.stream());
     if (!copyright.empty()) writer.set_string(WAVE_STRING_COPYRIGHT, copyright);
     // A wave with several loops is left as a header without audio.
     if (writeWaveLoop(writer, wave, sampleRate, path)) {
@@ -193,11 +197,9 @@ void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
       writeFailed = writer.writeFailed();
     }
   }
-  if (std::fclose(file) != 0 || writeFailed) {
-    // A full disk or a size limit: no truncated wave is left behind as if whole.
-    std::cout << "error writing output file:" << path << "\n";
-    std::remove(path.c_str());
-  }
+  if (writeFailed) file.markFailed();
+  // A full disk or a size limit: nothing is left under the final name.
+  if (!file.commit()) std::cout << "error writing output file:" << path << "\n";
 }
 
 bool DLSConverter::writeWaveLoop(WaveFileWriter& writer, const IFFTreeNode* wave, uint32_t sampleRate,

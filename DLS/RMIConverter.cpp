@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "DLS/BodyStream.h"
+#include "source/OutputFile.h"
 #include "source/PlatformTools.h"
 #include "source/TLVSConv.h"
 
@@ -32,7 +33,7 @@ std::string RMIConverter::parseTree(const tolvin::IFFTreeNode* root) {
   if (!data) return std::string();
 
   const std::string midiPath = tolvin::TLVSConv(tolvin::stripFileExtension(inputPath_), tolvin::UTF8) + ".mid";
-  {
+  if (!isTheInput(midiPath)) {
     tolvin::ChunkBody body(*tree_, data);
     if (!body.valid()) std::cout << "data chunk runs past the end of the file\n";
     if (!body.valid() || !saveSubFile(midiPath.c_str(), body.data(), body.size()))
@@ -42,6 +43,7 @@ std::string RMIConverter::parseTree(const tolvin::IFFTreeNode* root) {
   const tolvin::IFFTreeNode* collection = top->findFirstChild("RIFF(DLS )");
   if (!collection) return std::string();
   const std::string collectionPath = tolvin::stripFileExtension(inputPath_) + ".dls";
+  if (isTheInput(collectionPath)) return std::string();
   if (!copyChunk(collection, collectionPath)) {
     std::cout << "error writing sub file:" << collectionPath << "\n";
     return std::string();
@@ -58,12 +60,20 @@ bool RMIConverter::copyChunk(const tolvin::IFFTreeNode* node, const std::string&
     std::cout << node->name << " chunk runs past the end of the file\n";
     return false;
   }
-  FILE* file = std::fopen(tolvin::TLVSConv(path, tolvin::UTF8).c_str(), "wb");
-  if (!file) return false;
+  const std::string target = tolvin::TLVSConv(path, tolvin::UTF8);
+  tolvin::OutputFile file(target, tolvin::getPathFromFile(target));
+  if (!file.isOpen()) return false;
   BodyStream in(*tree_, offset, length);
   const uint8_t* piece = nullptr;
-  bool ok = true;
-  while (size_t count = in.next(&piece)) ok = std::fwrite(piece, 1, count, file) == count && ok;
-  ok = std::fclose(file) == 0 && ok && !in.truncated();
-  return ok;
+  while (size_t count = in.next(&piece)) file.write(piece, count);
+  if (in.truncated()) file.markFailed();
+  return file.commit();
+}
+
+// A side file named like the song itself (through a link or another name)
+// would destroy the song it is taken from.
+bool RMIConverter::isTheInput(const std::string& path) const {
+  if (!tolvin::sameFile(path, inputPath_)) return false;
+  std::cout << "sub file would overwrite the input, not written:" << path << "\n";
+  return true;
 }

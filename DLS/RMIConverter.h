@@ -21,6 +21,7 @@ class RMIConverter {
 
  private:
   bool copyChunk(const tolvin::IFFTreeNode* node, const std::string& path);
+  bool isTheInput(const std::string& path) const;
 
   std::string inputPath_;
   std::unique_ptr<tolvin::IFFTree> tree_;

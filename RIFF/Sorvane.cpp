@@ -1,5 +1,6 @@
 #include "RIFF/Sorvane.h"
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -13,6 +14,7 @@
 #include "DLS/DLSConverter.h"
 #include "DLS/RMIConverter.h"
 #include "SF2/SF2Converter.h"
+#include "source/OutputFile.h"
 #include "source/PlatformTools.h"
 
 // The SFZ model numbers its LFOs and envelopes through these process-wide maps,
@@ -73,11 +75,26 @@ const FormatRow* findFormat(const std::string& extension) {
   return nullptr;
 }
 
+// The results file names the first SFZ file, so it is written only when that
+// file is really there: one left out after a write failure is not named.
 void writeResultsFile(const std::string& path, const std::string& result) {
-  FILE* file = std::fopen(path.c_str(), "wb");
-  if (!file) return;
-  std::fwrite(result.c_str(), 1, std::strlen(result.c_str()), file);
-  std::fclose(file);
+  if (path.empty()) return;
+  if (!tolvin::isRegularFile(result)) {
+    std::cout << "results file not written, its SFZ file is missing:" << result << std::endl;
+    return;
+  }
+  tolvin::OutputFile file(path, tolvin::getPathFromFile(path));
+  if (!file.isOpen()) return;  // a results file that cannot be opened is passed over quietly
+  if (!file.write(result.c_str(), std::strlen(result.c_str())) || !file.commit())
+    std::cout << "error writing results file:" << path << std::endl;
+}
+
+// The output path and every file name below it must fit the system's limit.
+bool outputPathFits(const std::string& outputPath) {
+  if (outputPath.size() < PATH_MAX) return true;
+  std::cout << "Output path too long: " << outputPath.size() << " bytes, the system allows " << PATH_MAX - 1
+            << std::endl;
+  return false;
 }
 
 }  // namespace
@@ -109,10 +126,18 @@ int sorvane_convert(const std::string& input, const std::string& outputPath, std
     std::cout << "Unsupported extension:" << extension << std::endl;
     return 0;
   }
-  if (tolvin::isDirectory(input)) {
-    std::cout << "Input is a folder, not a file: " << input << std::endl;
+  // A pipe, device or socket could block the run or never end: only plain
+  // files are read.
+  if (!tolvin::isRegularFile(input)) {
+    std::cout << "Input is not a regular file: " << input << std::endl;
     return 0;
   }
+  if (!outputPathFits(outputPath)) return 0;
+  // The budget holds for this run only.
+  struct RunBudget {
+    explicit RunBudget(uint64_t inputSize) { tolvin::OutputBudget::startRun(inputSize); }
+    ~RunBudget() { tolvin::OutputBudget::unlimited(); }
+  } budget(static_cast<uint64_t>(tolvin::fileSize(input)));
   try {
     result = format->convert(input, outputPath);
   } catch (const std::bad_alloc&) {
@@ -129,7 +154,8 @@ int sorvane_main(int argc, const char* const* argv) {
     std::cout << "Machine not LITTLE ENDIAN\n";
     return -1;
   }
-  if (argc <= 2) {
+  // An empty output path would put every file into the root folder.
+  if (argc <= 2 || argv[2][0] == '\0') {
     Usage();
     return -1;
   }
@@ -149,6 +175,11 @@ int sorvane_main(int argc, const char* const* argv) {
   std::cout << "output path :" << outputPath << std::endl;
   std::cout << "resultinfo  :" << resultsPath << std::endl;
   std::cout << kStarLine;
+
+  if (!resultsPath.empty() && tolvin::sameFile(resultsPath, input)) {
+    std::cout << "The results file must not be the input: " << resultsPath << std::endl;
+    return 0;
+  }
 
   std::string result;
   if (sorvane_convert(input, outputPath, result) && !result.empty())

@@ -8,5 +8,8 @@ int main(int argc, char** argv) {
   // is reported, instead of ending the program half-way through a file.
   std::signal(SIGXFSZ, SIG_IGN);
 #endif
+  // A reader that goes away (`sorvane … | head`) makes console writes fail;
+  // the conversion goes on and still writes every file.
+  std::signal(SIGPIPE, SIG_IGN);
   return sorvane_main(argc, argv);
 }

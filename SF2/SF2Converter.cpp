@@ -4,10 +4,10 @@
 #include "SF2/SF2Converter.h"
 
 #include <algorithm>
-#include <ctime>
 
 #include "Converters/Common/sfz.h"
 #include "SF2/SF2Stages.h"
+#include "source/OutputFile.h"
 #include "source/PlatformTools.h"
 #include "source/TLVSConv.h"
 
@@ -44,9 +44,7 @@ SF2Converter::SF2Converter(const std::string& input, const std::string& output)
   }
 }
 
-SF2Converter::~SF2Converter() {
-  if (output_) std::fclose(output_);
-}
+SF2Converter::~SF2Converter() = default;
 
 std::string SF2Converter::process() {
   tree_ = std::make_unique<tolvin::IFFTree>(inputPath_, nullptr);
@@ -60,7 +58,7 @@ void SF2Converter::getChildString(std::string& out, const char* id, const tolvin
   const tolvin::IFFTreeNode* node = parent ? parent->findFirstChild(id) : nullptr;
   if (!node) return;
   tolvin::ChunkBody body(*tree_, node);
-  out = body.reader().text(0, body.size());
+  out = body.reader().infoText(id);
 }
 
 void SF2Converter::currentNodeComment(const std::string& text) { addOpCode("/* " + text + " */"); }
@@ -113,9 +111,9 @@ int SF2Converter::parseTree(const tolvin::IFFTreeNode* root) {
   getChildString(icmt, "ICMT", info);
   getChildString(isft, "ISFT", info);
 
-  std::time_t now = std::time(nullptr);
-  std::string date = std::asctime(std::localtime(&now));
-  if (!date.empty() && date.back() == '\n') date.pop_back();
+  const std::string date = tolvin::conversionDate();
+  std::string printableInputPath = tolvin::TLVSConv(inputPath_, tolvin::UTF8);
+  tolvin::replaceControlBytes(printableInputPath, ' ');
 
   {
     tolvin::ChunkBody body(*tree_, ifil);
@@ -127,7 +125,7 @@ int SF2Converter::parseTree(const tolvin::IFFTreeNode* root) {
   header_.str("");
   header_ << stars << "// Converted with TRESKEL Converter v" << kConverterVersion << "\n"
           << stars << "// Conversion Date: " << date << "\n"
-          << stars << "// Parent file    : " << tolvin::TLVSConv(inputPath_, tolvin::UTF8) << "\n"
+          << stars << "// Parent file    : " << printableInputPath << "\n"
           << "// Soundfont      : v" << versionMajor_ << "." << versionMinor_ << "\n";
   const std::pair<const char*, const std::string*> lines[] = {
       {"// Internal Name  : ", &inam}, {"// Optimized for  : ", &isng},
@@ -268,10 +266,9 @@ void SF2Converter::process_phdr(unsigned long preset) {
       bankFolders ? tolvin::TLVSConv(createThreeDigits(bank), tolvin::UTF8) : std::string();
   const std::string fileName = addPreset(bank, program, folder.c_str(), name.c_str());
   const std::string path = outputPath_ + "/" + (bankFolders ? folder + "/" : std::string()) + fileName;
-  if (output_) std::fclose(output_);
-  output_ = std::fopen(path.c_str(), "wb");
-  if (!output_) {
-    say("error creating output file!");
+  output_ = std::make_unique<tolvin::OutputFile>(path, outputPath_);
+  if (!output_->isOpen()) {
+    if (!output_->refusedLink()) say("error creating output file!");
     return;
   }
 
@@ -305,16 +302,14 @@ void SF2Converter::process_phdr(unsigned long preset) {
   text.clear();
   sfzTree_->appendTo(text);
   text += curves_.str();
-  const bool written = std::fwrite(text.data(), 1, text.size(), output_) == text.size();
-  const bool closed = std::fclose(output_) == 0;
-  output_ = nullptr;
-  if (!written || !closed) reportUnwritten(path);
+  output_->write(text);
+  if (!output_->commit()) reportUnwritten(path);
+  output_.reset();
 }
 
 void SF2Converter::reportUnwritten(const std::string& path) {
-  // A full disk or a size limit: no truncated file is left behind as if whole.
+  // A full disk or a size limit: nothing is left under the final name.
   say("error writing output file:" + path);
-  std::remove(path.c_str());
 }
 
 SF2Converter::ZoneSpan SF2Converter::zoneSpan(const RecordTable& bags, const RecordTable& gens,

@@ -12,6 +12,7 @@
 
 #include "Converters/Common/ConverterBase.h"
 #include "source/IFFTree.h"
+#include "source/OutputFile.h"
 
 namespace sfz {
 class SFZTree;
@@ -121,7 +122,7 @@ class SF2Converter : public ConverterBase {
   std::ostringstream curves_;
   std::string concaveCurveText_;  // the default curve's points, formatted once
   std::string presetText_;        // the text of the preset file being written
-  FILE* output_ = nullptr;
+  std::unique_ptr<tolvin::OutputFile> output_;  // the preset file being written
 
   std::unique_ptr<tolvin::IFFTree> tree_;
   uint16_t versionMajor_ = 0;

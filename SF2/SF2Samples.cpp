@@ -6,6 +6,7 @@
 
 #include "SF2/SF2Converter.h"
 #include "SF2/SF2Stages.h"
+#include "source/OutputFile.h"
 #include "source/TLVSConv.h"
 #include "source/wave_writer.h"
 
@@ -34,15 +35,15 @@ bool SF2Converter::checkSampleRates() {
 bool SF2Converter::saveAudio() {
   say("Extracting smpl to wav file...");
   const std::string path = outputPath_ + "/sf2_smpl.wav";
-  FILE* file = std::fopen(path.c_str(), "wb");
-  if (!file) {
-    say("Not able to open output file " + tolvin::TLVSConv(path, tolvin::UTF8));
+  tolvin::OutputFile file(path, outputPath_);
+  if (!file.isOpen()) {
+    if (!file.refusedLink()) say("Not able to open output file " + tolvin::TLVSConv(path, tolvin::UTF8));
     return false;
   }
   bool ok = true;
   bool writeFailed = false;
   {
-    WaveFileWriter writer(file);
+    WaveFileWriter writer(file.stream());
     writer.prepareData(mainSampleRate_, 1, 16, true);
     // The pool is copied a piece at a time with positioned reads, so the
     // tree's own reading position is left untouched.
@@ -59,7 +60,9 @@ bool SF2Converter::saveAudio() {
       writer.abandon();  // a pool cut short is not dressed up as a whole wave
     writeFailed = writer.writeFailed();
   }
-  if (std::fclose(file) != 0 || (ok && writeFailed)) {
+  // A pool cut short stays as the extraction left it, unfinalized.
+  if (ok && writeFailed) file.markFailed();
+  if (!file.commit()) {
     reportUnwritten(path);
     return false;
   }

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string>
 
+#include "source/PlatformTools.h"
+
 namespace tolvin {
 
 class ByteReader {
@@ -50,7 +52,9 @@ class ByteReader {
   }
 
   // Text of at most `maxLength` bytes at `offset`, ending at the first NUL;
-  // cut at the end of the body.
+  // cut at the end of the body. Every text a converter takes from a bank
+  // comes through here, so control bytes become blanks: a name or comment
+  // copied into SFZ text can never start a line of its own.
   std::string text(uint64_t offset, uint64_t maxLength) const {
     if (!data_ || offset >= size_) {
       if (maxLength) short_ = true;
@@ -63,7 +67,18 @@ class ByteReader {
     }
     const char* start = reinterpret_cast<const char*>(data_ + offset);
     const void* nul = std::memchr(start, 0, maxLength);
-    return std::string(start, nul ? static_cast<const char*>(nul) - start : maxLength);
+    std::string text(start, nul ? static_cast<const char*>(nul) - start : maxLength);
+    replaceControlBytes(text, ' ');
+    return text;
+  }
+
+  // The body as the INFO text `id`, cut at the longest such a text may be:
+  // the SoundFont format's limits (65,536 bytes for comments, 256 for any
+  // other text), which every INFO list is held to, so that a bank cannot
+  // multiply one huge text into every file it becomes.
+  std::string infoText(const char* id) const {
+    const uint64_t limit = std::strcmp(id, "ICMT") == 0 ? 65536 : 256;
+    return text(0, size_ < limit ? size_ : limit);
   }
 
   // A reader over a part of this body (empty when the part does not fit).

@@ -1,4 +1,5 @@
 #include "source/PlatformTools.h"
+#include "source/OutputFile.h"
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -26,6 +27,17 @@ bool isDirectory(const std::string& path) {
   return !path.empty() && ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+bool isRegularFile(const std::string& path) {
+  struct stat info;
+  return !path.empty() && ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+bool sameFile(const std::string& first, const std::string& second) {
+  struct stat a, b;
+  return !first.empty() && !second.empty() && ::stat(first.c_str(), &a) == 0 &&
+         ::stat(second.c_str(), &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
 std::string getFileExtension(const std::string& path) {
   size_t dot = path.rfind('.');
   return dot == std::string::npos ? std::string() : path.substr(dot + 1);
@@ -37,13 +49,16 @@ std::string stripFileExtension(const std::string& path) {
 }
 
 namespace {
-size_t lastSeparator(const std::string& path) {
-  size_t slash = path.rfind('/');
-  size_t backslash = path.rfind('\\');
+// The later of the last "/" and the last backslash before `end`.
+size_t lastSeparatorBefore(const std::string& path, size_t end) {
+  if (end == 0) return std::string::npos;
+  size_t slash = path.rfind('/', end - 1);
+  size_t backslash = path.rfind('\\', end - 1);
   if (slash == std::string::npos) return backslash;
   if (backslash == std::string::npos) return slash;
   return slash > backslash ? slash : backslash;
 }
+size_t lastSeparator(const std::string& path) { return lastSeparatorBefore(path, path.size()); }
 }  // namespace
 
 std::string getFileFromPath(const std::string& path) {
@@ -58,9 +73,23 @@ std::string getPathFromFile(const std::string& path) {
 }
 
 int PCreateDir(const std::string& path) {
-  std::string parent = getPathFromFile(path);
-  if (!parent.empty() && !fileExists(parent)) return PCreateDir(parent);
-  if (::mkdir(path.c_str(), 0777) == 0) return 0;
+  // The nearest missing ancestor is found by walking up one copy of the path,
+  // cut in place, so that any depth takes constant stack and linear memory.
+  std::string folder = path;
+  size_t end = folder.size();
+  for (;;) {
+    const size_t separator = lastSeparatorBefore(folder, end);
+    if (separator == std::string::npos || separator == 0) break;  // parent "." or ""
+    const char saved = folder[separator];
+    folder[separator] = '\0';
+    struct stat info;
+    const bool parentExists = ::stat(folder.c_str(), &info) == 0;
+    folder[separator] = saved;
+    if (parentExists) break;
+    end = separator;
+  }
+  folder.resize(end);
+  if (::mkdir(folder.c_str(), 0777) == 0) return 0;
   return (errno == EEXIST) ? 0 : 2;
 }
 
@@ -74,6 +103,13 @@ void cleanPathName(std::string& name) {
       default:
         break;
     }
+  }
+}
+
+void replaceControlBytes(std::string& text, char replacement) {
+  for (char& c : text) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte < 32 || byte == 127) c = replacement;
   }
 }
 
@@ -94,6 +130,16 @@ bool LittleEndian() {
   const uint16_t probe = 1;
   return *reinterpret_cast<const uint8_t*>(&probe) == 1;
 }
+
+std::string conversionDate(std::time_t when) {
+  const std::tm* local = std::localtime(&when);
+  const char* text = local ? std::asctime(local) : nullptr;
+  std::string date = text ? text : "";
+  if (!date.empty() && date.back() == '\n') date.pop_back();
+  return date;
+}
+
+std::string conversionDate() { return conversionDate(std::time(nullptr)); }
 
 uint8_t* binFileAlloc(uint64_t size) {
   return new (std::nothrow) uint8_t[size ? size : 1]();
@@ -128,10 +174,8 @@ uint8_t* binFileInternalize(const std::string& path, uint64_t& length, uint64_t&
 }
 
 bool binFileExternalize(const std::string& path, const void* data, uint64_t count) {
-  FILE* file = std::fopen(path.c_str(), "wb");
-  if (!file) return false;
-  bool whole = count == 0 || std::fwrite(data, 1, count, file) == count;
-  return std::fclose(file) == 0 && whole;
+  OutputFile file(path, getPathFromFile(path));
+  return file.isOpen() && file.write(data, static_cast<size_t>(count)) && file.commit();
 }
 
 }  // namespace tolvin

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 namespace tolvin {
@@ -10,6 +11,12 @@ namespace tolvin {
 bool fileExists(const std::string& path, bool unused = false);
 int64_t fileSize(const std::string& path);
 bool isDirectory(const std::string& path);
+// True for a plain file (a link to one counts); false for folders, pipes,
+// devices, sockets and paths that do not exist.
+bool isRegularFile(const std::string& path);
+// True when both paths name one existing file (the same file through a link
+// or another name counts).
+bool sameFile(const std::string& first, const std::string& second);
 
 // Text after the last "." of the whole path (not stopping at separators).
 std::string getFileExtension(const std::string& path);
@@ -27,12 +34,20 @@ int PCreateDir(const std::string& path);
 
 // Replaces each of \ / * ? > < | : and blank with "_", keeping the length.
 void cleanPathName(std::string& name);
+// Replaces control bytes (below 32, and 127) with `replacement`, so that a
+// text taken from a bank can never start a line of its own.
+void replaceControlBytes(std::string& text, char replacement);
 // Drops bytes of value 32 or less from both ends.
 void trim(const std::string& input, std::string& output);
 // Lower-cases A-Z only.
 void lowercase(const std::string& input, std::string& output);
 
 bool LittleEndian();
+
+// The local time `when` as asctime writes it, without its line end; "" when
+// the clock gives a time the calendar functions cannot express.
+std::string conversionDate(std::time_t when);
+std::string conversionDate();
 
 // Whole-file reading: a zero-filled buffer of the file length plus the wanted
 // spare bytes, rounded up to 16; `spare` returns the spare bytes granted.

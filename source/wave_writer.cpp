@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include "source/OutputFile.h"
+#include "source/PlatformTools.h"
 #include "source/TLVSConv.h"
 
 namespace {
@@ -15,30 +17,45 @@ const size_t kHeaderPlaceholder = 36;
 const size_t kInterleaveFrames = 4096;
 const size_t kCopyBufferSize = 0x100000;  // 1 MiB
 
+// Reads exactly `count` bytes at `offset`, however many reads that takes;
+// false when the source ends or fails first.
+bool readWhole(int source, unsigned char* buffer, size_t count, off_t offset) {
+  for (size_t got = 0; got < count;) {
+    const ssize_t n = ::pread(source, buffer + got, count - got, offset + static_cast<off_t>(got));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    got += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+bool writeWhole(int target, const unsigned char* buffer, size_t count, off_t offset) {
+  for (size_t put = 0; put < count;) {
+    const ssize_t n = ::pwrite(target, buffer + put, count - put, offset + static_cast<off_t>(put));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    put += static_cast<size_t>(n);
+  }
+  return true;
+}
+
 // Copies from `source` at *in to `target` at *out through one reused buffer,
-// moving both offsets. Returns the bytes read and written; sets *writeFailed
-// when a write does not go through whole.
+// a whole piece at a time, moving both offsets. A piece the source cannot
+// give whole is not written at all. Returns the bytes copied; sets
+// *writeFailed when a write does not go through whole.
 uint64_t bufferedCopy(int source, off_t* in, int target, off_t* out, uint64_t count, bool* writeFailed) {
   std::vector<unsigned char> buffer(static_cast<size_t>(std::min<uint64_t>(count, kCopyBufferSize)));
   uint64_t copied = 0;
   while (copied < count) {
     const size_t piece = static_cast<size_t>(std::min<uint64_t>(count - copied, buffer.size()));
-    const ssize_t got = ::pread(source, buffer.data(), piece, *in);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    for (ssize_t written = 0; written < got;) {
-      const ssize_t put = ::pwrite(target, buffer.data() + written, static_cast<size_t>(got - written),
-                                   *out + written);
-      if (put < 0 && errno == EINTR) continue;
-      if (put <= 0) {
-        *writeFailed = true;
-        return copied;
-      }
-      written += put;
+    if (!readWhole(source, buffer.data(), piece, *in)) break;
+    if (!writeWhole(target, buffer.data(), piece, *out)) {
+      *writeFailed = true;
+      break;
     }
-    *in += got;
-    *out += got;
-    copied += static_cast<uint64_t>(got);
+    *in += static_cast<off_t>(piece);
+    *out += static_cast<off_t>(piece);
+    copied += piece;
   }
   return copied;
 }
@@ -48,24 +65,31 @@ uint64_t bufferedCopy(int source, off_t* in, int target, off_t* out, uint64_t co
 WaveFileWriter::WaveFileWriter(FILE* file) : file_(file), ownsFile_(false) { start(); }
 
 WaveFileWriter::WaveFileWriter(const char* path) {
-  if (path) {
-    file_ = std::fopen(tolvin::TLVSConv(path, tolvin::UTF8).c_str(), "wb");
-    ownsFile_ = file_ != nullptr;
-  }
+  if (path) openOwnFile(tolvin::TLVSConv(path, tolvin::UTF8));
   start();
 }
 
 WaveFileWriter::WaveFileWriter(const std::string& path) {
-  if (!path.empty()) {
-    file_ = std::fopen(path.c_str(), "wb");
-    ownsFile_ = file_ != nullptr;
-  }
+  if (!path.empty()) openOwnFile(path);
   start();
+}
+
+void WaveFileWriter::openOwnFile(const std::string& path) {
+  ownFile_ = std::make_unique<tolvin::OutputFile>(path, tolvin::getPathFromFile(path));
+  file_ = ownFile_->stream();
+  ownsFile_ = file_ != nullptr;
 }
 
 WaveFileWriter::~WaveFileWriter() {
   if (!finalized_ && !abandoned_ && file_) finalize();
-  if (ownsFile_ && file_) std::fclose(file_);
+  if (ownFile_ && file_) {
+    if (failed_) ownFile_->markFailed();
+    try {
+      ownFile_->commit();
+    } catch (const tolvin::OutputLimitReached&) {
+      // The file is gone; whoever writes next is stopped by the limit.
+    }
+  }
 }
 
 void WaveFileWriter::start() {
@@ -79,7 +103,8 @@ void WaveFileWriter::start() {
 }
 
 bool WaveFileWriter::writeBytes(const void* bytes, size_t count) {
-  const bool written = file_ && (count == 0 || std::fwrite(bytes, 1, count, file_) == count);
+  const bool written = file_ && tolvin::OutputBudget::charge(count) &&
+                       (count == 0 || std::fwrite(bytes, 1, count, file_) == count);
   if (!written) failed_ = true;
   return written;
 }
@@ -216,6 +241,10 @@ bool WaveFileWriter::writeData(const void* left, const void* right, unsigned lon
 
 uint64_t WaveFileWriter::copyData(int source, uint64_t offset, uint64_t count) {
   if (!file_ || source < 0 || count == 0) return 0;
+  if (!tolvin::OutputBudget::charge(count)) {
+    failed_ = true;
+    return 0;
+  }
   // Everything the stream holds goes out first; the copy then writes at the
   // stream's position and the stream is moved past what was copied.
   const uint64_t start = tell();

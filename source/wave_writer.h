@@ -5,8 +5,13 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
+
+namespace tolvin {
+class OutputFile;
+}
 
 #pragma pack(push, 1)
 // Head of a "smpl" chunk body.
@@ -59,6 +64,7 @@ enum WAVE_STRING {
 class WaveFileWriter {
  public:
   explicit WaveFileWriter(FILE* file);        // the caller keeps and closes the stream
+  // A file of its own, put in place whole when the writer goes away.
   explicit WaveFileWriter(const char* path);  // null: no file
   explicit WaveFileWriter(const std::string& path);  // empty: no file
   virtual ~WaveFileWriter();
@@ -88,8 +94,10 @@ class WaveFileWriter {
   bool writeData(const void* left, const void* right, unsigned long frames);
   // Appends `count` bytes read from the open file `source` at `offset`,
   // through one reused buffer of at most 1 MiB, without moving the source's
-  // own position. Returns how many bytes could be read: fewer than `count`
-  // when the source ends early; a failed write shows in writeFailed().
+  // own position. Only whole pieces are written: one the source cannot give
+  // in full is left out, so the file ends after the last whole piece.
+  // Returns the bytes copied: fewer than `count` when the source ends early;
+  // a failed write shows in writeFailed().
   uint64_t copyData(int source, uint64_t offset, uint64_t count);
   bool finalize();
   // Leaves the file as it stands, its header unpatched (so never taken for a
@@ -100,11 +108,13 @@ class WaveFileWriter {
 
  private:
   void start();
+  void openOwnFile(const std::string& path);
   bool writeBytes(const void* bytes, size_t count);
   uint64_t tell() const;
 
   FILE* file_ = nullptr;
   bool ownsFile_ = false;
+  std::unique_ptr<tolvin::OutputFile> ownFile_;
   WaveFormatRecord format_{};
   uint64_t dataEnd_ = 0;
   uint64_t dataSizePosition_ = 0;

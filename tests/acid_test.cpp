@@ -161,5 +161,5 @@ TEST(AcidLoop, MalformedLoopsNeverBreakTheConversion) {
   RunResult folder = runSorvane({dir.file("folder.wav"), dir.file("out")});
   EXPECT_EQ(folder.status, 0);
   EXPECT_EQ(folder.err, "");
-  EXPECT_NE(folder.out.find("Input is a folder, not a file: " + dir.file("folder.wav") + "\n"), std::string::npos);
+  EXPECT_NE(folder.out.find("Input is not a regular file: " + dir.file("folder.wav") + "\n"), std::string::npos);
 }

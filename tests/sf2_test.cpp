@@ -273,7 +273,7 @@ TEST(SF2Structure, HeaderCarriesTheInfoTextsInFixedOrderOnlyWhenPresent) {
                            "// ROM            : ROM1\n"
                            "// Editor Used    : Editor\n"
                            "// Sound Engineer : Engineer\n"
-                           "// Comments       : Two\nlines\n"
+                           "// Comments       : Two lines\n"  // a line break never reaches the SFZ text
                            "// Creation Date  : 2001\n"
                            "// Copyright      : (c) Someone\n"));
 

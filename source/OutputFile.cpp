@@ -1,0 +1,194 @@
+#include "source/OutputFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <iostream>
+
+namespace tolvin {
+
+namespace {
+
+std::atomic<uint64_t> gLimit{UINT64_MAX};
+std::atomic<uint64_t> gWritten{0};
+std::atomic<bool> gExceeded{false};
+std::atomic<unsigned> gTemporaryCounter{0};
+
+const int kTemporaryNameTries = 64;
+
+bool isFolder(const std::string& path) {
+  struct stat info;
+  return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool isLink(const char* path) {
+  struct stat info;
+  return ::lstat(path, &info) == 0 && S_ISLNK(info.st_mode);
+}
+
+// Where the components to examine start: just below the trusted folder, or
+// at the last component when the path is not below it.
+size_t firstUntrustedComponent(const std::string& path, const std::string& trustedFolder) {
+  const size_t length = trustedFolder.size();
+  const bool below = length > 0 && path.size() > length && path.compare(0, length, trustedFolder) == 0 &&
+                     (path[length] == '/' || trustedFolder.back() == '/');
+  if (below) return length;
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? 0 : slash + 1;
+}
+
+}  // namespace
+
+OutputLimitReached::OutputLimitReached(uint64_t limit)
+    : std::runtime_error("output limit of " + std::to_string(limit) +
+                         " bytes reached; a bank this size cannot need more") {}
+
+void OutputBudget::startRun(uint64_t inputSize) {
+  const uint64_t multiple = inputSize > (UINT64_MAX - kConstant) / kInputMultiple
+                                ? UINT64_MAX - kConstant
+                                : inputSize * kInputMultiple;
+  gLimit = multiple + kConstant;
+  gWritten = 0;
+  gExceeded = false;
+}
+
+void OutputBudget::unlimited() {
+  gLimit = UINT64_MAX;
+  gWritten = 0;
+  gExceeded = false;
+}
+
+bool OutputBudget::charge(uint64_t count) {
+  if (gExceeded) return false;
+  const uint64_t before = gWritten.fetch_add(count);
+  if (before + count < before || before + count > gLimit) {
+    gExceeded = true;
+    return false;
+  }
+  return true;
+}
+
+bool OutputBudget::exceeded() { return gExceeded; }
+uint64_t OutputBudget::limit() { return gLimit; }
+
+bool linkOnTheWay(const std::string& path, const std::string& trustedFolder) {
+  // One copy of the path, cut in place with a NUL at each component's end.
+  std::string prefix = path;
+  const size_t from = firstUntrustedComponent(path, trustedFolder);
+  for (size_t end = from; end <= prefix.size(); ++end) {
+    if (end < prefix.size() && prefix[end] != '/') continue;
+    if (end == from || prefix[end - 1] == '/') continue;  // no component ends here
+    const char saved = end < prefix.size() ? prefix[end] : '\0';
+    if (end < prefix.size()) prefix[end] = '\0';
+    const bool link = isLink(prefix.c_str());
+    if (end < prefix.size()) prefix[end] = saved;
+    if (link) return true;
+  }
+  return false;
+}
+
+// A put area over the file's counted writes, so that text written with <<
+// reaches the file in blocks.
+class OutputFile::TextBuffer : public std::streambuf {
+ public:
+  explicit TextBuffer(OutputFile& file) : file_(file) { setp(buffer_, buffer_ + sizeof buffer_); }
+
+ protected:
+  int_type overflow(int_type c) override {
+    if (!drain()) return traits_type::eof();
+    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+    *pptr() = traits_type::to_char_type(c);
+    pbump(1);
+    return c;
+  }
+  int sync() override { return drain() ? 0 : -1; }
+
+ private:
+  bool drain() {
+    const size_t pending = static_cast<size_t>(pptr() - pbase());
+    setp(buffer_, buffer_ + sizeof buffer_);
+    return pending == 0 || file_.write(buffer_, pending);
+  }
+
+  OutputFile& file_;
+  char buffer_[16384];
+};
+
+OutputFile::OutputFile(const std::string& path, const std::string& trustedFolder) : path_(path) {
+  if (OutputBudget::exceeded()) throw OutputLimitReached(OutputBudget::limit());
+  open(trustedFolder);
+}
+
+OutputFile::~OutputFile() { discard(); }
+
+void OutputFile::open(const std::string& trustedFolder) {
+  if (path_.empty()) return;
+  if (linkOnTheWay(path_, trustedFolder)) {
+    refusedLink_ = true;
+    std::cout << "output path holds a link, file not written:" << path_ << std::endl;
+    return;
+  }
+  if (isFolder(path_)) return;  // could never be renamed into place
+  const size_t slash = path_.rfind('/');
+  const std::string folder = slash == std::string::npos ? std::string() : path_.substr(0, slash + 1);
+  for (int attempt = 0; attempt < kTemporaryNameTries; ++attempt) {
+    temporaryPath_ = folder + ".sorvane-" + std::to_string(::getpid()) + "-" +
+                     std::to_string(gTemporaryCounter.fetch_add(1)) + ".tmp";
+    const int descriptor =
+        ::open(temporaryPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (descriptor >= 0) {
+      stream_ = ::fdopen(descriptor, "wb");
+      if (!stream_) {
+        ::close(descriptor);
+        ::unlink(temporaryPath_.c_str());
+      }
+      break;
+    }
+    if (errno != EEXIST) break;
+  }
+  if (!stream_) temporaryPath_.clear();
+}
+
+bool OutputFile::write(const void* bytes, size_t count) {
+  if (!stream_ || failed_) return false;
+  if (!OutputBudget::charge(count) || (count && std::fwrite(bytes, 1, count, stream_) != count)) {
+    failed_ = true;
+    return false;
+  }
+  return true;
+}
+
+std::streambuf* OutputFile::textBuffer() {
+  if (!textBuffer_) textBuffer_ = std::make_unique<TextBuffer>(*this);
+  return textBuffer_.get();
+}
+
+bool OutputFile::commit() {
+  if (!stream_) return false;
+  if (textBuffer_ && textBuffer_->pubsync() != 0) failed_ = true;
+  if (std::fflush(stream_) != 0 || std::ferror(stream_)) failed_ = true;
+  const bool closed = std::fclose(stream_) == 0;
+  stream_ = nullptr;
+  const bool whole = closed && !failed_;
+  if (!whole || std::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
+    ::unlink(temporaryPath_.c_str());
+    temporaryPath_.clear();
+    if (OutputBudget::exceeded()) throw OutputLimitReached(OutputBudget::limit());
+    return false;
+  }
+  temporaryPath_.clear();
+  return true;
+}
+
+void OutputFile::discard() {
+  if (stream_) std::fclose(stream_);
+  stream_ = nullptr;
+  if (!temporaryPath_.empty()) ::unlink(temporaryPath_.c_str());
+  temporaryPath_.clear();
+}
+
+}  // namespace tolvin
