@@ -30,6 +30,8 @@ TEST(Driver, ArgumentShapesGiveTheirBoxesAndStatuses) {
       {{}, kBanner + kUsage, 255},
       {{"bank.sf2"}, kBanner + kUsage, 255},
       {{"/?"}, kBanner + kUsage, 255},  // a lone "/?" is a missing output path
+      {{"bank.sf2", ""}, kBanner + kUsage, 255},  // an empty one is missing too
+      {{"/?", "", "r.txt"}, kBanner + kUsage, 255},
       {{"/?", "out"}, kBanner + kUsage, 0},
       {{"x.", "out"}, kBanner, 0},
       {{"ab", "out", "r.txt"}, kBanner, 0},

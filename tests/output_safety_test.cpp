@@ -10,6 +10,9 @@
 #include <set>
 #include <thread>
 
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/support/AcidBuilder.h"
@@ -223,4 +226,266 @@ TEST(ResourceFaults, AnInputChangingWhileItIsReadNeverBreaksTheConversion) {
     converting = false;
     meddler.join();
   }
+}
+
+// ---------------------------------------------------------------- hostile environment
+
+namespace {
+
+sf2build::Bank onePresetBank(size_t poolBytes = 400, char fill = '\0') {
+  sf2build::Bank bank;
+  bank.pool = std::string(poolBytes, fill);
+  bank.samples.push_back({"S", 0, static_cast<uint32_t>(poolBytes / 4), 10, 90, 44100, 60});
+  bank.instruments.push_back({"I", {{{sf2build::gen(53, 0)}}}});
+  bank.presets.push_back({"P", 0, 0, {{{sf2build::gen(41, 0)}}}});
+  return bank;
+}
+
+std::string oneWaveCollection(const std::string& waveName, const std::string& instrumentInfo = "") {
+  dls::Collection c;
+  c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(8)), dls::info({{"INAM", waveName}})));
+  dls::Instrument instrument;
+  instrument.name = "I";
+  instrument.infoList = instrumentInfo;
+  instrument.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(0) + dls::wsmp({}))};
+  c.addInstrument(instrument);
+  return c.bytes();
+}
+
+// True when some line of `text` starts with `start`.
+bool hasLineStarting(const std::string& text, const std::string& start) {
+  return text.compare(0, start.size(), start) == 0 || contains(text, "\n" + start);
+}
+
+bool isLinkAt(const std::string& path) { return fs::is_symlink(fs::symlink_status(path)); }
+
+// Runs the program with standard output on a pipe: read to its end, or closed
+// at once (`closed`), so that no file-size limit ever cuts the console short.
+RunResult runThroughPipe(const std::vector<std::string>& arguments, uint64_t fileSizeLimit, bool closed = false) {
+  int fds[2];
+  RunResult result;
+  if (::pipe(fds) != 0) return result;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::dup2(fds[1], 1);
+    ::close(fds[0]);
+    struct rlimit limit = {fileSizeLimit, fileSizeLimit};
+    if (fileSizeLimit) ::setrlimit(RLIMIT_FSIZE, &limit);
+    std::vector<char*> argv{const_cast<char*>(SORVANE_EXE)};
+    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    ::execv(SORVANE_EXE, argv.data());
+    ::_exit(127);
+  }
+  ::close(fds[1]);
+  if (closed) ::close(fds[0]);
+  char buffer[4096];
+  ssize_t got = 0;
+  while (!closed && (got = ::read(fds[0], buffer, sizeof buffer)) > 0) result.out.append(buffer, got);
+  if (!closed) ::close(fds[0]);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+}  // namespace
+
+TEST(HostileEnvironment, PathsAndInputsThatCannotBeUsedGetOneLineAndNothingIsWritten) {
+  TempDir dir;
+  writeFile(dir.file("bank.sf2"), onePresetBank().bytes());
+  ASSERT_EQ(::mkfifo(dir.file("pipe.sf2").c_str(), 0600), 0);
+  fs::create_directory(dir.file("folder.wav"));
+  fs::create_symlink("/dev/zero", dir.file("device.dls"));
+  std::string deep = dir.path();
+  while (deep.size() < 80000) deep += "/a";
+  struct Case {
+    std::vector<std::string> args;
+    std::string line;
+  };
+  const Case cases[] = {
+      {{dir.file("pipe.sf2"), dir.file("out")}, "Input is not a regular file: " + dir.file("pipe.sf2") + "\n"},
+      {{dir.file("folder.wav"), dir.file("out")}, "Input is not a regular file: " + dir.file("folder.wav") + "\n"},
+      {{dir.file("device.dls"), dir.file("out")}, "Input is not a regular file: " + dir.file("device.dls") + "\n"},
+      {{dir.file("bank.sf2"), deep}, "Output path too long: " + std::to_string(deep.size()) + " bytes"},
+      {{dir.file("bank.sf2"), dir.file("out"), dir.file("bank.sf2")},
+       "The results file must not be the input: " + dir.file("bank.sf2") + "\n"},
+  };
+  for (const Case& c : cases) {
+    RunResult run = runSorvane(c.args);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_TRUE(contains(run.out, c.line)) << run.out;
+    EXPECT_EQ(listDir(dir.path()), (std::vector<std::string>{"bank.sf2", "device.dls", "folder.wav", "pipe.sf2"}));
+  }
+  EXPECT_EQ(readFile(dir.file("bank.sf2")), onePresetBank().bytes());
+  // An empty results path is no results file.
+  EXPECT_EQ(runSorvane({dir.file("bank.sf2"), dir.file("out"), ""}).status, 0);
+  EXPECT_TRUE(exists(dir.file("out/000_P.sfz")));
+}
+
+TEST(HostileEnvironment, NoFileIsWrittenThroughALink) {
+  TempDir dir;
+  writeFile(dir.file("victim"), "precious");
+  writeFile(dir.file("bank.sf2"), onePresetBank().bytes());
+  const std::string refused = "output path holds a link, file not written:";
+  // A link in place of the pool, then of a preset file.
+  for (const char* name : {"sf2_smpl.wav", "000_P.sfz"}) {
+    TempDir out;
+    fs::create_symlink(dir.file("victim"), out.file(name));
+    RunResult run = runSorvane({dir.file("bank.sf2"), out.path()});
+    EXPECT_TRUE(contains(run.out, refused + out.file(name) + "\n")) << run.out;
+    EXPECT_TRUE(isLinkAt(out.file(name)));
+  }
+  // A linked samples folder of a collection.
+  TempDir out, elsewhere;
+  writeFile(dir.file("bank.dls"), oneWaveCollection("w"));
+  fs::create_directories(out.file("bank_dls"));
+  fs::create_symlink(elsewhere.path(), out.file("bank_dls/samples"));
+  RunResult dlsRun = runSorvane({dir.file("bank.dls"), out.path()});
+  EXPECT_TRUE(contains(dlsRun.out, refused + out.file("bank_dls/samples/w.wav") + "\n")) << dlsRun.out;
+  EXPECT_TRUE(listDir(elsewhere.path()).empty());
+  EXPECT_TRUE(exists(out.file("bank_dls/Bank_00000000/000_I.sfz")));
+  EXPECT_EQ(readFile(dir.file("victim")), "precious");
+
+  // The song's own side files may not be the song: through a link or a second name.
+  const std::string song = riff::list("RIFF", "RMID", riff::chunk("data", "MThd") + oneWaveCollection("w"));
+  writeFile(dir.file("song.rmi"), song);
+  fs::create_symlink(dir.file("song.rmi"), dir.file("song.dls"));
+  ASSERT_EQ(::link(dir.file("song.rmi").c_str(), dir.file("song.mid").c_str()), 0);
+  RunResult rmi = runSorvane({dir.file("song.rmi"), out.path()});
+  EXPECT_TRUE(contains(rmi.out, "sub file would overwrite the input, not written:" + dir.file("song.mid")));
+  EXPECT_TRUE(contains(rmi.out, "sub file would overwrite the input, not written:" + dir.file("song.dls")));
+  EXPECT_EQ(readFile(dir.file("song.rmi")), song);
+
+  // The output folder itself may be a link: the user chose it.
+  TempDir real;
+  fs::create_symlink(real.path(), dir.file("chosen"));
+  runSorvane({dir.file("bank.sf2"), dir.file("chosen")});
+  EXPECT_EQ(listDir(real.path()), (std::vector<std::string>{"000_P.sfz", "sf2_smpl.wav"}));
+}
+
+TEST(HostileEnvironment, AClosedPipeOnStandardOutputNeverStopsTheConversion) {
+  TempDir dir;
+  writeFile(dir.file("bank.dls"), hostileCollection());
+  EXPECT_EQ(runThroughPipe({dir.file("bank.dls"), dir.file("out")}, 0, true).status, 0);
+  // Every file a run with a reader writes is there.
+  RunResult reference = runSorvane({dir.file("bank.dls"), dir.file("reference")});
+  EXPECT_EQ(filesBelow(dir.file("out")), filesBelow(dir.file("reference")));
+}
+
+TEST(HostileEnvironment, RunsSharingAFolderOnlyEverShowWholeFiles) {
+  TempDir dir;
+  const size_t poolBytes = 2 << 20;
+  writeFile(dir.file("a.sf2"), onePresetBank(poolBytes, 'a').bytes());
+  writeFile(dir.file("b.sf2"), onePresetBank(poolBytes, 'b').bytes());
+  const std::string pool = dir.file("out/sf2_smpl.wav");
+  std::atomic<bool> running{true};
+  std::atomic<int> partialSeen{0};
+  std::thread reader([&] {
+    while (running) {
+      const std::string bytes = readFile(pool);
+      if (bytes.empty()) continue;  // not there yet
+      const bool whole = bytes.size() == 44 + poolBytes &&
+                         bytes.find_first_not_of(bytes[44], 44) == std::string::npos;
+      if (!whole) ++partialSeen;
+    }
+  });
+  for (int round = 0; round < 4; ++round) {
+    std::thread other([&] { runSorvane({dir.file("b.sf2"), dir.file("out")}); });
+    runSorvane({dir.file("a.sf2"), dir.file("out")});
+    other.join();
+  }
+  running = false;
+  reader.join();
+  EXPECT_EQ(partialSeen, 0);
+  // Nothing is left under a temporary name either.
+  EXPECT_EQ(listDir(dir.file("out")), (std::vector<std::string>{"000_P.sfz", "sf2_smpl.wav"}));
+}
+
+TEST(HostileEnvironment, PartialWritesAreReportedAndLeaveNothingBehind) {
+  TempDir dir;
+  // The collection a song carries, larger than the size limit.
+  dls::Collection big;
+  big.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(50000)), dls::info({{"INAM", "w"}})));
+  writeFile(dir.file("song.rmi"), riff::list("RIFF", "RMID", riff::chunk("data", "MThd") + big.bytes()));
+  RunResult song = runSorvane({dir.file("song.rmi"), dir.file("out")}, 64 * 1024);
+  EXPECT_TRUE(contains(song.out, "error writing sub file:" + dir.file("song.dls") + "\n")) << song.out;
+  EXPECT_FALSE(exists(dir.file("song.dls")));
+  EXPECT_TRUE(exists(dir.file("song.mid")));
+
+  // An instrument left unfinished for want of regions is still checked.
+  const std::string comment = dls::info({{"ICMT", std::string(60000, 'c')}});
+  dls::Collection unfinishedBank;
+  dls::Instrument withoutRegions;
+  withoutRegions.infoList = comment;
+  withoutRegions.withRegionList = false;
+  unfinishedBank.addInstrument(withoutRegions);
+  writeFile(dir.file("bank.dls"), unfinishedBank.bytes());
+  RunResult unfinished = runSorvane({dir.file("bank.dls"), dir.file("out")}, 32 * 1024);
+  const std::string instrument = dir.file("out/bank_dls/Bank_00000000/000_UNNAMED.sfz");
+  EXPECT_TRUE(contains(unfinished.out, "Error no lrgn!\nerror writing output file:" + instrument + "\n"))
+      << unfinished.out;
+  EXPECT_FALSE(exists(instrument));
+
+  // A results file that does not fit is reported; the SFZ file it names fits.
+  std::string deep = dir.path();
+  while (deep.size() < 3000) deep += "/folder";
+  fs::create_directories(deep);
+  writeFile(dir.file("loop.wav"), acid::wave(acid::fmt(1, 1, 44100, 16) + acid::pcm16(ramp(64))));
+  RunResult results = runThroughPipe({dir.file("loop.wav"), deep, dir.file("results.txt")}, 2048);
+  EXPECT_TRUE(contains(results.out, "error writing results file:" + dir.file("results.txt") + "\n")) << results.out;
+  EXPECT_TRUE(exists(deep + "/loop.sfz"));
+  EXPECT_FALSE(exists(dir.file("results.txt")));
+
+  // It never names a file that was left out.
+  writeFile(dir.file("bank.sf2"), onePresetBank().bytes());
+  fs::create_directories(dir.file("sf2/000_P.sfz"));  // a folder where the preset goes
+  RunResult missing = runSorvane({dir.file("bank.sf2"), dir.file("sf2"), dir.file("results.txt")});
+  EXPECT_TRUE(contains(missing.out, "results file not written, its SFZ file is missing:" + dir.file("sf2/000_P.sfz")));
+  EXPECT_FALSE(exists(dir.file("results.txt")));
+  EXPECT_EQ(filesBelow(dir.path()).count("folder"), 0u);  // no temporary name left anywhere
+  for (const std::string& file : filesBelow(dir.path())) EXPECT_FALSE(contains(file, ".sorvane-")) << file;
+}
+
+TEST(HostileEnvironment, OutputStaysWithinAFixedMultipleOfTheInput) {
+  TempDir dir;
+  // A 100 KB comment repeated in a thousand preset files would pass 80 MB.
+  sf2build::Bank bank = onePresetBank();
+  bank.info.push_back({"ICMT", std::string(100000, 'c')});
+  for (uint16_t i = 1; i < 1200; ++i) bank.presets.push_back({"P", i, 0, {{{sf2build::gen(41, 0)}}}});
+  const std::string bytes = bank.bytes();
+  writeFile(dir.file("bank.sf2"), bytes);
+  RunResult run = runSorvane({dir.file("bank.sf2"), dir.file("out"), dir.file("results.txt")});
+  const uint64_t limit = 8 * bytes.size() + (64 << 20);
+  EXPECT_TRUE(contains(run.out, "Conversion stopped: output limit of " + std::to_string(limit) + " bytes reached"))
+      << run.out.substr(run.out.size() - 300);
+  uint64_t written = 0;
+  for (const std::string& file : filesBelow(dir.file("out"))) written += fs::file_size(dir.file("out/" + file));
+  EXPECT_LE(written, limit);
+  EXPECT_GT(written, limit - 200000);  // it stopped at the limit, not before
+  // The comment itself is cut at 65,536 bytes.
+  EXPECT_TRUE(contains(readFile(dir.file("out/000_P.sfz")), "// Comments       : " + std::string(65536, 'c') + "\n"));
+  EXPECT_FALSE(exists(dir.file("results.txt")));
+}
+
+TEST(HostileEnvironment, BankTextsNeverStartAnSfzLine) {
+  TempDir dir;
+  sf2build::Bank bank = onePresetBank();
+  bank.samples[0].name = "x\nsample=/etc/shad";
+  bank.presets[0].name = "p\r\x01q";
+  writeFile(dir.file("bank.sf2"), bank.bytes());
+  runSorvane({dir.file("bank.sf2"), dir.file("sf2")});
+  const std::string preset = readFile(dir.file("sf2/000_p__q.sfz"));
+  EXPECT_TRUE(contains(preset, "\n region_label=x sample=/etc/shad\n")) << preset;
+  EXPECT_FALSE(hasLineStarting(preset, "sample=/etc"));
+
+  const std::string comment = dls::info({{"ICMT", "hi\n<region> sample=/etc/shadow lokey=0 hikey=127"}});
+  writeFile(dir.file("bank.dls"), oneWaveCollection("w\nx", comment));
+  fs::create_directory(dir.file("dls"));  // one level is made per call, and waves need two
+  runSorvane({dir.file("bank.dls"), dir.file("dls")});
+  const std::string instrument = readFile(dir.file("dls/bank_dls/Bank_00000000/000_UNNAMED.sfz"));
+  EXPECT_TRUE(contains(instrument, ":hi <region> sample=/etc/shadow lokey=0 hikey=127\n")) << instrument;
+  EXPECT_FALSE(hasLineStarting(instrument, "<region> sample=/etc"));
+  EXPECT_TRUE(contains(instrument, "\n sample=w_x.wav\n"));
+  EXPECT_TRUE(exists(dir.file("dls/bank_dls/samples/w_x.wav")));
 }

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <limits>
+
+#include "source/ByteReader.h"
 #include "source/PlatformTools.h"
 #include "tests/support/TestSupport.h"
 
@@ -60,6 +63,30 @@ TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
 
   testsupport::writeFile(dir.file("file"), "x");
   EXPECT_EQ(PCreateDir(dir.file("file/sub")), 2);
+
+  // Depth costs no stack: 40,000 missing levels, far past the system's path
+  // limit, still make only the first.
+  std::string levels;
+  for (int i = 0; i < 40000; ++i) levels += "/d";
+  EXPECT_EQ(PCreateDir(dir.path() + levels), 0);
+  EXPECT_EQ(testsupport::listDir(dir.path()), (std::vector<std::string>{"a", "d", "file"}));
+  EXPECT_TRUE(testsupport::listDir(dir.file("d")).empty());
+}
+
+TEST(StringHelpers, BankTextsNeverBreakALineAndTheBrokenClockGivesNoDate) {
+  // Control bytes read from a bank become blanks; everything else stays.
+  const std::string raw = std::string("a\nb\rc\x01" "d\x7f\xc3\xa9\tz\0tail", 15);
+  EXPECT_EQ(ByteReader(raw.data(), raw.size()).text(0, 15), "a b c d \xc3\xa9 z");
+  std::string name = "x\ny";
+  replaceControlBytes(name, '_');
+  EXPECT_EQ(name, "x_y");
+  // INFO texts are cut at 256 bytes, comments at 65,536.
+  const std::string big(70000, 'c');
+  EXPECT_EQ(ByteReader(big.data(), big.size()).infoText("INAM").size(), 256u);
+  EXPECT_EQ(ByteReader(big.data(), big.size()).infoText("ICMT").size(), 65536u);
+
+  EXPECT_EQ(conversionDate(0).size(), 24u);  // "Thu Jan  1 00:00:00 1970"
+  EXPECT_EQ(conversionDate(std::numeric_limits<std::time_t>::max()), "");
 }
 
 TEST(WholeFiles, InternalizeRoundsTheBufferAndReportsTheSpareBytes) {
