@@ -89,7 +89,7 @@ bool IFFTree::isMemorySource() const {
 bool IFFTree::setLoadMethod(IFF_LOAD_METHOD method) {
   switch (method) {
     case IFF_LOAD_STREAM: {
-      if (!stream_) stream_ = std::fopen(path.c_str(), "rb");
+      if (!stream_) stream_ = openRegularFile(path);
       if (!stream_) {
         report("Error opening file");
         return false;

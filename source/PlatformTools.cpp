@@ -1,7 +1,9 @@
 #include "source/PlatformTools.h"
 #include "source/OutputFile.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <sys/types.h>
 
 #include <cctype>
@@ -36,6 +38,18 @@ bool sameFile(const std::string& first, const std::string& second) {
   struct stat a, b;
   return !first.empty() && !second.empty() && ::stat(first.c_str(), &a) == 0 &&
          ::stat(second.c_str(), &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+FILE* openRegularFile(const std::string& path) {
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor < 0) return nullptr;
+  struct stat info;
+  FILE* file = nullptr;
+  if (::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) &&
+      ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK) == 0)
+    file = ::fdopen(descriptor, "rb");
+  if (!file) ::close(descriptor);
+  return file;
 }
 
 std::string getFileExtension(const std::string& path) {
@@ -149,15 +163,13 @@ void binFileFree(uint8_t* buffer) { delete[] buffer; }
 
 uint8_t* binFileInternalize(const std::string& path, uint64_t& length, uint64_t& spare) {
   length = 0;
-  FILE* file = std::fopen(path.c_str(), "rb");
+  FILE* file = openRegularFile(path);
   if (!file) return nullptr;
   uint8_t* buffer = nullptr;
   if (fseeko(file, 0, SEEK_END) == 0) {
     off_t end = ftello(file);
-    // A folder opens on some systems and reports a length near 2^63: make
-    // sure there is a byte to read before allocating for the rest.
-    if (end >= 0 && fseeko(file, 0, SEEK_SET) == 0 && (end == 0 || std::fgetc(file) != EOF) &&
-        fseeko(file, 0, SEEK_SET) == 0) {
+    // Only plain files are opened, so the length is a real one.
+    if (end >= 0 && fseeko(file, 0, SEEK_SET) == 0) {
       length = static_cast<uint64_t>(end);
       uint64_t allocation = (length + spare + 15) & ~static_cast<uint64_t>(15);
       buffer = binFileAlloc(allocation);

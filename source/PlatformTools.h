@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
 #include <string>
 
@@ -17,6 +18,10 @@ bool isRegularFile(const std::string& path);
 // True when both paths name one existing file (the same file through a link
 // or another name counts).
 bool sameFile(const std::string& first, const std::string& second);
+
+// Opens a plain file for reading ("rb"); null for anything else, and a pipe
+// or device swapped in for the file never blocks the open.
+FILE* openRegularFile(const std::string& path);
 
 // Text after the last "." of the whole path (not stopping at separators).
 std::string getFileExtension(const std::string& path);

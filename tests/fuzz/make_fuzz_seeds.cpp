@@ -11,6 +11,7 @@
 
 #include "tests/support/AcidBuilder.h"
 #include "tests/support/DlsBuilder.h"
+#include "tests/support/HostileInputs.h"
 #include "tests/support/Sf2Builder.h"
 #include "tests/support/RiffBuilder.h"
 #include "source/IFFTree.h"
@@ -84,6 +85,22 @@ void acidSeeds() {
                                        acid::strc({{0}, {150}, {300}, {450, 1}}) + acid::pcm16(samples)));
 }
 
+// Banks crafted to multiply their input into memory or output, at a size one
+// fuzzing run affords, and texts that try to start SFZ lines of their own.
+void hostileSeeds() {
+  seed("fuzz_sf2", "comment_in_every_preset", hostile::commentInEveryPreset(300, 4000));
+  seed("fuzz_dls", "info_in_every_instrument", hostile::collectionInfoInEveryInstrument(50, 4000));
+  seed("fuzz_dls", "long_wave_name_many_regions", hostile::longWaveNameManyTimes(1000, 200, 1));
+  seed("fuzz_dls", "long_wave_name_many_cues", hostile::longWaveNameManyTimes(1000, 0, 2000));
+  sf2build::Bank bank;
+  bank.pool = std::string(400, '\0');
+  bank.info.push_back({"ICMT", "hi\n<region> sample=/etc/passwd"});
+  bank.samples.push_back({"x\nsample=/etc/pass", 0, 100, 10, 90, 44100, 60});
+  bank.instruments.push_back({"I", {{{sf2build::gen(53, 0)}}}});
+  bank.presets.push_back({"p\r\nq", 0, 0, {{{sf2build::gen(41, 0)}}}});
+  seed("fuzz_sf2", "line_breaks", bank.bytes());
+}
+
 // A real bank cut down to what one fuzzing run can afford: its INFO texts
 // and hydra as they are, but only its first four presets (the fifth record
 // ends them) and its sample pool cut to 64 KiB.
@@ -131,5 +148,6 @@ int main(int argc, char** argv) {
   collectionSeeds();
   soundFontSeeds();
   acidSeeds();
+  hostileSeeds();
   return 0;
 }
