@@ -2,8 +2,9 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
+PREFIX     ?= /usr/local
 
-.PHONY: all deps build test test-fast demo bench fuzz clean
+.PHONY: all deps build test test-fast demo bench fuzz install uninstall deb clean
 
 all: build
 
@@ -34,6 +35,18 @@ fuzz:
 
 demo: build
 	./tools/demo.sh $(BUILD)/sorvane
+
+# The program, its manual page, the README and the demo inputs under
+# $(DESTDIR)$(PREFIX); uninstall removes them again.
+install: build
+	DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)"
+
+uninstall:
+	DESTDIR="$(DESTDIR)" ./tools/uninstall.sh "$(PREFIX)"
+
+# A Debian package of the same files under /usr: $(BUILD)/sorvane_<version>_<arch>.deb.
+deb: build
+	cd $(BUILD) && cpack -G DEB
 
 bench: build
 	./bench/run_all.sh $(BUILD)

@@ -3,9 +3,11 @@
 # machine lacks. Packages already present are left alone.
 set -euo pipefail
 
+# mandoc and man-db lint and render the manual page; dpkg-dev computes the
+# Debian package's dependencies (dpkg-shlibdeps).
 packages=(cmake g++ make pkg-config libgtest-dev libsndfile1-dev
           fluid-soundfont-gm timgm6mb-soundfont opl3-soundfont time
-          clang libclang-rt-14-dev)
+          clang libclang-rt-14-dev mandoc man-db dpkg-dev)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")

@@ -3,61 +3,21 @@
 // filter, modulators and two banks (melodic and drums).
 //
 //   make_demo_sf2 examples/demo.sf2
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "tests/support/Sf2Builder.h"
+#include "tools/DemoSupport.h"
 
 namespace {
 
-const uint32_t kRate = 22050;
-const double kPi = 3.14159265358979323846;
+using demo::Wave;
+using demo::kRate;
+
 // The format asks for 46 silent points after every sample.
 const size_t kGuardPoints = 46;
-
-using Wave = std::vector<int16_t>;
-
-// One cycle of `period` points repeated `cycles` times, so that a loop over
-// whole cycles is seamless.
-Wave periodic(size_t period, size_t cycles, double (*shape)(double phase), double gain) {
-  Wave wave;
-  for (size_t i = 0; i < period * cycles; ++i) {
-    double phase = double(i % period) / double(period);
-    wave.push_back(static_cast<int16_t>(std::lround(shape(phase) * gain * 32767.0)));
-  }
-  return wave;
-}
-
-double sine(double phase) { return std::sin(2.0 * kPi * phase); }
-double saw(double phase) { return 2.0 * phase - 1.0; }
-double square(double phase) { return phase < 0.5 ? 0.8 : -0.8; }
-
-// A decaying noise burst for the drum kit.
-Wave noiseBurst(size_t length, double decayPerPoint, unsigned seed) {
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<double> noise(-1.0, 1.0);
-  Wave wave;
-  double level = 0.9;
-  for (size_t i = 0; i < length; ++i, level *= decayPerPoint)
-    wave.push_back(static_cast<int16_t>(std::lround(noise(random) * level * 32767.0)));
-  return wave;
-}
-
-// A decaying low sine sweep for the kick drum.
-Wave kick(size_t length) {
-  Wave wave;
-  double phase = 0.0, level = 1.0;
-  for (size_t i = 0; i < length; ++i, level *= 0.9993) {
-    double frequency = 50.0 + 120.0 * std::exp(-double(i) / 600.0);
-    phase += frequency / kRate;
-    wave.push_back(static_cast<int16_t>(std::lround(std::sin(2.0 * kPi * phase) * level * 30000.0)));
-  }
-  return wave;
-}
 
 // Adds a wave to the pool and its header to the bank; returns its index.
 uint16_t addSample(sf2build::Bank& bank, const std::string& name, const Wave& wave, uint8_t key,
@@ -80,6 +40,7 @@ uint16_t addSample(sf2build::Bank& bank, const std::string& name, const Wave& wa
 }  // namespace
 
 int main(int argc, char** argv) {
+  using namespace demo;
   const std::string path = argc > 1 ? argv[1] : "examples/demo.sf2";
   using sf2build::gen;
   using sf2build::range;
@@ -133,14 +94,5 @@ int main(int argc, char** argv) {
   bank.presets.push_back({"Layered Lead", 2, 0, {{{gen(41, 0)}}, {{gen(51, 12), gen(41, 1)}}}});
   bank.presets.push_back({"Noise Kit", 0, 128, {{{gen(41, 2)}}}});
 
-  const std::string bytes = bank.bytes();
-  FILE* file = std::fopen(path.c_str(), "wb");
-  if (!file || std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
-    std::printf("cannot write %s\n", path.c_str());
-    if (file) std::fclose(file);
-    return 1;
-  }
-  std::fclose(file);
-  std::printf("wrote %s (%zu bytes)\n", path.c_str(), bytes.size());
-  return 0;
+  return writeDemoFile(path, bank.bytes()) ? 0 : 1;
 }
