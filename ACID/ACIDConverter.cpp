@@ -301,9 +301,9 @@ std::string ACIDConverter::samplePath() const {
 void ACIDConverter::closeOutput(bool withEmptyLine) {
   if (!file_) return;
   if (withEmptyLine) out_ << "\n";
-  if (!out_.flush()) file_->markFailed();
   out_.rdbuf(nullptr);
-  std::unique_ptr<tolvin::OutputFile> file = std::move(file_);
   // A full disk or a size limit: nothing is left under the final name.
-  if (!file->commit()) std::cout << "error writing output file:" << result_ << std::endl;
+  const bool whole = file_->commit();
+  file_.reset();
+  if (!whole) std::cout << "error writing output file:" << result_ << std::endl;
 }

@@ -214,7 +214,6 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
     return;
   }
   out_.rdbuf(instrumentFile_->textBuffer());
-  out_.clear();
 
   writeFileHeader(info, bank, program, regionCount);
   writeControlBlock();
@@ -243,11 +242,12 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
 
 void DLSConverter::closeInstrumentFile() {
   if (!instrumentFile_) return;
-  if (!out_.flush()) instrumentFile_->markFailed();
   out_.rdbuf(nullptr);
-  std::unique_ptr<tolvin::OutputFile> file = std::move(instrumentFile_);
   // A full disk or a size limit: nothing is left under the final name.
-  if (!file->commit()) std::cout << "error writing output file:" << file->path() << "\n";
+  const bool whole = instrumentFile_->commit();
+  const std::string path = instrumentFile_->path();
+  instrumentFile_.reset();
+  if (!whole) std::cout << "error writing output file:" << path << "\n";
 }
 
 void DLSConverter::writeArticulation(const IFFTreeNode* owner, const char* scope) {

@@ -3,8 +3,8 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
@@ -22,11 +22,6 @@ int64_t fileSize(const std::string& path) {
   struct stat info;
   if (path.empty() || ::stat(path.c_str(), &info) != 0) return 0;
   return static_cast<int64_t>(info.st_size);
-}
-
-bool isDirectory(const std::string& path) {
-  struct stat info;
-  return !path.empty() && ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 bool isRegularFile(const std::string& path) {

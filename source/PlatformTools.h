@@ -11,7 +11,6 @@ namespace tolvin {
 
 bool fileExists(const std::string& path, bool unused = false);
 int64_t fileSize(const std::string& path);
-bool isDirectory(const std::string& path);
 // True for a plain file (a link to one counts); false for folders, pipes,
 // devices, sockets and paths that do not exist.
 bool isRegularFile(const std::string& path);
