@@ -88,8 +88,8 @@ void acidSeeds() {
 // Banks crafted to multiply their input into memory or output, at a size one
 // fuzzing run affords, and texts that try to start SFZ lines of their own.
 void hostileSeeds() {
-  seed("fuzz_sf2", "comment_in_every_preset", hostile::commentInEveryPreset(300, 4000));
-  seed("fuzz_dls", "info_in_every_instrument", hostile::collectionInfoInEveryInstrument(50, 4000));
+  seed("fuzz_sf2", "comment_in_every_preset", hostile::commentInEveryPreset(40, 4000));
+  seed("fuzz_dls", "info_in_every_instrument", hostile::collectionInfoInEveryInstrument(20, 4000));
   seed("fuzz_dls", "long_wave_name_many_regions", hostile::longWaveNameManyTimes(1000, 200, 1));
   seed("fuzz_dls", "long_wave_name_many_cues", hostile::longWaveNameManyTimes(1000, 0, 2000));
   sf2build::Bank bank;
