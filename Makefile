@@ -1,10 +1,11 @@
 # Convenience entry points; CMake does the real work.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 
-.PHONY: all deps build test test-fast demo bench fuzz install uninstall deb clean
+.PHONY: all deps build test test-tsan test-fast demo bench fuzz install uninstall deb clean
 
 all: build
 
@@ -16,13 +17,23 @@ build:
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
 	cmake --build $(BUILD) -j $(JOBS)
 
-# Every test in a normal build, then the same tests under ASan + UBSan.
+# Every test in a normal build, then the same tests under ASan + UBSan, then
+# under ThreadSanitizer.
 test: deps build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DSORVANE_SANITIZE=ON
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 		UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
+	$(MAKE) test-tsan
+
+# The tests under ThreadSanitizer: the SoundFont pool is copied on a thread of
+# its own. A report goes to standard error, which the tests require empty.
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DSORVANE_TSAN=ON
+	cmake --build $(TSAN_BUILD) -j $(JOBS)
+	cd $(TSAN_BUILD) && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+		ctest --output-on-failure -j $(JOBS)
 
 # The normal build's tests only, without the integration label (quick loop).
 test-fast: build
@@ -52,4 +63,4 @@ bench: build
 	./bench/run_all.sh $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) build-fuzz out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) build-fuzz out

@@ -203,7 +203,7 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
   const std::string fileName =
       addPreset(bank, program, tolvin::TLVSConv(bankFolder, tolvin::UTF8).c_str(),
                 tolvin::TLVSConv(name, tolvin::UTF8).c_str());
-  tolvin::PCreateDir(outputFolder_ + "/" + bankFolder);
+  if (bankFolders_.insert(bankFolder).second) tolvin::PCreateDir(outputFolder_ + "/" + bankFolder);
   const std::string path = outputFolder_ + "/" + bankFolder + "/" + fileName;
   if (result_.empty()) result_ = path;
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -102,6 +103,7 @@ class DLSConverter : public ConverterBase {
   uint64_t cuesFound_ = 0;
   std::string outputPath_;    // the folder the user chose
   std::string outputFolder_;  // the collection's own folder in it
+  std::set<std::string> bankFolders_;  // made already, each once
   std::string collectionInfo_;
   bool consoleHex_ = false;
   const ChunkBlock* block_ = nullptr;  // the instrument being written, read whole

@@ -4,8 +4,10 @@
 #include "SF2/SF2Converter.h"
 
 #include <algorithm>
+#include <iostream>
 
 #include "Converters/Common/sfz.h"
+#include "SF2/SF2PoolCopy.h"
 #include "SF2/SF2Stages.h"
 #include "source/OutputFile.h"
 #include "source/PlatformTools.h"
@@ -29,6 +31,21 @@ const uint64_t kPresetWorkLimit = 1u << 17;
 const uint64_t kBankWorkBase = 1u << 20;
 const uint64_t kBankWorkPerRecord = 16;
 const uint64_t kWorkPerPresetFile = 64;  // its header and curve text
+
+// Text of presets translated ahead of the pool copy held at most at once.
+const uint64_t kHeldTextLimit = 8u << 20;
+
+// Sends console lines to `text` for as long as it lives.
+class ConsoleHold {
+ public:
+  ConsoleHold(std::string*& target, std::string& text) : target_(target) { target_ = &text; }
+  ~ConsoleHold() { target_ = nullptr; }
+  ConsoleHold(const ConsoleHold&) = delete;
+  ConsoleHold& operator=(const ConsoleHold&) = delete;
+
+ private:
+  std::string*& target_;
+};
 
 }  // namespace
 
@@ -201,10 +218,20 @@ bool SF2Converter::process_hydra() {
     return false;
   }
   if (!checkSampleRates()) return false;
-  if (!saveAudio()) return false;
+  const std::unique_ptr<PoolCopy> pool = startPoolCopy();
+  if (!pool) return false;
 
   const tolvin::ByteReader presets = phdr_.reader();
   for (uint64_t i = 0; i + 1 < phdr_.count; ++i) bankSet_.insert(presets.u16(i * kPhdrSize + 22));
+  bankWorkLimit_ = kBankWorkBase + kBankWorkPerRecord * (phdr_.count + pbag_.count + pgen_.count +
+                                                          pmod_.count + ibag_.count + igen_.count +
+                                                          imod_.count);
+
+  // The first presets are translated while the pool is copied; their files
+  // and console lines follow once the pool is known to be whole.
+  std::vector<HeldPreset> held;
+  translateAhead(*pool, held);
+  if (!finishPoolCopy(*pool)) return false;
 
   if (bankSet_.size() != 1) {
     for (uint64_t bank : bankSet_)
@@ -212,22 +239,58 @@ bool SF2Converter::process_hydra() {
   } else {
     tolvin::PCreateDir(outputPath_);
   }
-
-  bankWorkLimit_ = kBankWorkBase + kBankWorkPerRecord * (phdr_.count + pbag_.count + pgen_.count +
-                                                          pmod_.count + ibag_.count + igen_.count +
-                                                          imod_.count);
-  for (uint64_t i = 0; i + 1 < phdr_.count; ++i) {
-    nextCurve_ = 7;
-    curveCounter_ = 6;
-    savedNextCurve_ = 7;
-    savedCurveCounter_ = 6;
-    defaultCurve_ = 0;
-    curves_.str("");
-    process_phdr(i);
-    if (bankStopped_) break;
-  }
+  for (uint64_t i = writeHeld(held); i + 1 < phdr_.count && !bankStopped_; ++i) process_phdr(i);
   results_.push_back(getFirstUsable(outputPath_));
   return true;
+}
+
+void SF2Converter::translateAhead(const PoolCopy& pool, std::vector<HeldPreset>& held) {
+  // The first preset always waits for the pool, so that every run takes
+  // this way as well as the direct one.
+  uint64_t heldBytes = 0;
+  for (uint64_t i = 0; i + 1 < phdr_.count && !bankStopped_ && heldBytes < kHeldTextLimit &&
+                       (i == 0 || !pool.finished());
+       ++i) {
+    held.emplace_back();
+    HeldPreset& preset = held.back();
+    const ConsoleHold hold(heldConsole_, preset.console);
+    preset.path = beginPreset(i);
+    if (!preset.path.empty()) {
+      preset.bankWork = bankWork_;
+      translatePreset(i, presetText_);
+      preset.text = presetText_;  // a copy of its exact size
+    }
+    heldBytes += preset.text.size() + preset.console.size();
+  }
+}
+
+uint64_t SF2Converter::writeHeld(std::vector<HeldPreset>& held) {
+  for (uint64_t k = 0; k < held.size(); ++k) {
+    HeldPreset& preset = held[k];
+    if (preset.path.empty()) {
+      std::cout << preset.console << std::flush;
+      continue;
+    }
+    tolvin::OutputFile file(preset.path, outputPath_);
+    if (!presetFileOpened(file)) {
+      // The presets after it were translated as if its zones had been spent:
+      // they are translated again, from the work counted up to its file.
+      bankWork_ = preset.bankWork;
+      bankStopped_ = false;
+      return k + 1;
+    }
+    std::cout << preset.console << std::flush;
+    writePresetFile(file, preset.text);
+    preset = HeldPreset();  // its text is no longer needed
+  }
+  return held.size();
+}
+
+void SF2Converter::say(const std::string& line) {
+  if (heldConsole_)
+    heldConsole_->append(line).push_back('\n');
+  else
+    std::cout << line << std::endl;
 }
 
 bool SF2Converter::spendWork(uint64_t records) {
@@ -247,36 +310,58 @@ bool SF2Converter::spendWork(uint64_t records) {
 // ---------------------------------------------------------------- presets
 
 void SF2Converter::process_phdr(unsigned long preset) {
+  const std::string path = beginPreset(preset);
+  if (path.empty()) return;
+  tolvin::OutputFile file(path, outputPath_);
+  if (!presetFileOpened(file)) return;
+  // One buffer serves every preset, so that its growth is paid once.
+  translatePreset(preset, presetText_);
+  writePresetFile(file, presetText_);
+}
+
+std::string SF2Converter::beginPreset(unsigned long preset) {
+  nextCurve_ = 7;
+  curveCounter_ = 6;
+  savedNextCurve_ = 7;
+  savedCurveCounter_ = 6;
+  defaultCurve_ = 0;
+  curves_.str("");
+
   const tolvin::ByteReader record = phdr_.reader().sub(preset * kPhdrSize, 2 * kPhdrSize);
   const std::string name = record.text(0, 20);
   const uint16_t program = record.u16(20);
   const uint16_t bank = record.u16(22);
-  const uint64_t firstBag = record.u16(24);
-  uint64_t endBag = record.u16(kPhdrSize + 24);
 
   sfzTree_ = std::make_unique<sfz::SFZTree>();
   currentNode_ = sfzTree_.get();
   sectionParent_ = currentNode_;
   presetWork_ = 0;
   presetStopped_ = false;
-  if (!spendWork(kWorkPerPresetFile)) return;
+  if (!spendWork(kWorkPerPresetFile)) return std::string();
 
   const bool bankFolders = bankSet_.size() >= 2;
   const std::string folder =
       bankFolders ? tolvin::TLVSConv(createThreeDigits(bank), tolvin::UTF8) : std::string();
   const std::string fileName = addPreset(bank, program, folder.c_str(), name.c_str());
-  const std::string path = outputPath_ + "/" + (bankFolders ? folder + "/" : std::string()) + fileName;
-  output_ = std::make_unique<tolvin::OutputFile>(path, outputPath_);
-  if (!output_->isOpen()) {
-    if (!output_->refusedLink()) say("error creating output file!");
-    return;
-  }
+  return outputPath_ + "/" + (bankFolders ? folder + "/" : std::string()) + fileName;
+}
+
+bool SF2Converter::presetFileOpened(const tolvin::OutputFile& file) {
+  if (file.isOpen()) return true;
+  if (!file.refusedLink()) say("error creating output file!");
+  return false;
+}
+
+void SF2Converter::translatePreset(unsigned long preset, std::string& text) {
+  const tolvin::ByteReader record = phdr_.reader().sub(preset * kPhdrSize, 2 * kPhdrSize);
+  const uint64_t firstBag = record.u16(24);
+  uint64_t endBag = record.u16(kPhdrSize + 24);
 
   addOpCode(header_.str());
   addOpCode("");
   addOpCode("<control>");
   if (smplNode_->size < kHintLoadLimit) addOpCode(" hint_load_method=1");
-  if (bankFolders) addOpCode(" default_path=../");
+  if (bankSet_.size() >= 2) addOpCode(" default_path=../");
   addOpCode(" set_cc1=0     //Power-on Default Values: Modulation");
   addOpCode(" set_cc11=127  //Power-on Default Values: Expression");
   addOpCode(" set_cc64=0    //Power-on Default Values: Sustain Pedal");
@@ -297,14 +382,14 @@ void SF2Converter::process_phdr(unsigned long preset) {
   }
   process_pbag(firstBag, endBag - firstBag);
 
-  // One buffer serves every preset, so that its growth is paid once.
-  std::string& text = presetText_;
   text.clear();
   sfzTree_->appendTo(text);
   text += curves_.str();
-  output_->write(text);
-  if (!output_->commit()) reportUnwritten(path);
-  output_.reset();
+}
+
+void SF2Converter::writePresetFile(tolvin::OutputFile& file, const std::string& text) {
+  file.write(text);
+  if (!file.commit()) reportUnwritten(file.path());
 }
 
 void SF2Converter::reportUnwritten(const std::string& path) {

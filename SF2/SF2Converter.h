@@ -21,6 +21,9 @@ class SFZLfo;
 class SFZEg;
 class SFZFilter;
 }  // namespace sfz
+namespace sf2 {
+class PoolCopy;
+}
 
 class SF2Converter : public ConverterBase {
  public:
@@ -53,7 +56,6 @@ class SF2Converter : public ConverterBase {
   void process_imod(unsigned long index);
   void log_default_imod();
 
-  bool saveAudio();
   void process_shdr(unsigned long sampleIndex);
 
   // Sample names of a version-1 bank's "snam" chunk.
@@ -83,11 +85,41 @@ class SF2Converter : public ConverterBase {
     uint16_t lastOper = 0;
   };
   enum class Level { Preset, Instrument };
+  // A preset translated while the pool is still being copied. Its file and
+  // its console lines wait until the pool is known to be whole.
+  struct HeldPreset {
+    std::string path;     // "" when the work limit stopped it before its file
+    std::string text;
+    std::string console;    // the lines its translation printed
+    uint64_t bankWork = 0;  // the bank's work once its file would have opened
+  };
 
   uint64_t declaredSize(const tolvin::IFFTreeNode* node);
   bool loadTable(const tolvin::IFFTreeNode* pdta, const char* id, uint64_t recordSize,
                  bool checkSize, RecordTable& table);
   bool checkSampleRates();
+  // Prints the pool's first line, opens its wave and starts copying the pool;
+  // null when the wave cannot be opened (already reported).
+  std::unique_ptr<sf2::PoolCopy> startPoolCopy();
+  // Waits for the copy and finishes the wave, printing what the copy found;
+  // false when the pool is not whole.
+  bool finishPoolCopy(sf2::PoolCopy& pool);
+  // Translates the first presets into `held` while the pool is still being
+  // copied, up to a bound on the text held.
+  void translateAhead(const sf2::PoolCopy& pool, std::vector<HeldPreset>& held);
+  // Writes the presets translated ahead; returns the next preset to convert.
+  uint64_t writeHeld(std::vector<HeldPreset>& held);
+  // A preset's state reset and its file's path; "" when the work limit stops
+  // it first.
+  std::string beginPreset(unsigned long preset);
+  // The text of a preset's file.
+  void translatePreset(unsigned long preset, std::string& text);
+  // False, reported, when a preset's file could not be opened.
+  bool presetFileOpened(const tolvin::OutputFile& file);
+  void writePresetFile(tolvin::OutputFile& file, const std::string& text);
+  // Prints one console line, or holds it in heldConsole_ while presets are
+  // translated ahead of the pool.
+  void say(const std::string& line);
   std::string headerText(const std::string& dateText);
   ZoneSpan zoneSpan(const RecordTable& bags, const RecordTable& gens, const RecordTable& mods,
                     uint64_t bag, const char* bagName);
@@ -122,7 +154,7 @@ class SF2Converter : public ConverterBase {
   std::ostringstream curves_;
   std::string concaveCurveText_;  // the default curve's points, formatted once
   std::string presetText_;        // the text of the preset file being written
-  std::unique_ptr<tolvin::OutputFile> output_;  // the preset file being written
+  std::string* heldConsole_ = nullptr;
 
   std::unique_ptr<tolvin::IFFTree> tree_;
   uint16_t versionMajor_ = 0;

@@ -5,10 +5,10 @@
 #include <string>
 
 #include "SF2/SF2Converter.h"
+#include "SF2/SF2PoolCopy.h"
 #include "SF2/SF2Stages.h"
 #include "source/OutputFile.h"
 #include "source/TLVSConv.h"
-#include "source/wave_writer.h"
 
 using namespace sf2;
 
@@ -32,38 +32,36 @@ bool SF2Converter::checkSampleRates() {
   return true;
 }
 
-bool SF2Converter::saveAudio() {
+std::unique_ptr<PoolCopy> SF2Converter::startPoolCopy() {
   say("Extracting smpl to wav file...");
   const std::string path = outputPath_ + "/sf2_smpl.wav";
-  tolvin::OutputFile file(path, outputPath_);
-  if (!file.isOpen()) {
-    if (!file.refusedLink()) say("Not able to open output file " + tolvin::TLVSConv(path, tolvin::UTF8));
-    return false;
+  auto pool = std::make_unique<PoolCopy>(path, outputPath_);
+  if (!pool->file().isOpen()) {
+    if (!pool->file().refusedLink())
+      say("Not able to open output file " + tolvin::TLVSConv(path, tolvin::UTF8));
+    return nullptr;
   }
+  pool->start(mainSampleRate_, tree_->streamDescriptor(), tree_->chunkOffset(smplNode_, false),
+              smplNode_->size);
+  return pool;
+}
+
+bool SF2Converter::finishPoolCopy(PoolCopy& pool) {
+  pool.wait();
+  WaveFileWriter& writer = pool.writer();
   bool ok = true;
-  bool writeFailed = false;
-  {
-    WaveFileWriter writer(file.stream());
-    writer.prepareData(mainSampleRate_, 1, 16, true);
-    // The pool is copied a piece at a time with positioned reads, so the
-    // tree's own reading position is left untouched.
-    const uint64_t size = smplNode_->size;
-    const uint64_t copied =
-        writer.copyData(tree_->streamDescriptor(), tree_->chunkOffset(smplNode_, false), size);
-    if (copied < size && !writer.writeFailed()) {
-      say("major read error exporting audio!");
-      ok = false;
-    }
-    if (ok)
-      writer.finalize();
-    else
-      writer.abandon();  // a pool cut short is not dressed up as a whole wave
-    writeFailed = writer.writeFailed();
+  if (pool.cutShort() && !writer.writeFailed()) {
+    say("major read error exporting audio!");
+    ok = false;
   }
+  if (ok)
+    writer.finalize();
+  else
+    writer.abandon();  // a pool cut short is not dressed up as a whole wave
   // A pool cut short stays as the extraction left it, unfinalized.
-  if (ok && writeFailed) file.markFailed();
-  if (!file.commit()) {
-    reportUnwritten(path);
+  if (ok && writer.writeFailed()) pool.file().markFailed();
+  if (!pool.file().commit()) {
+    reportUnwritten(pool.file().path());
     return false;
   }
   if (ok) say("Extracting smpl to wav file... DONE!");

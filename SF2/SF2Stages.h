@@ -1,9 +1,8 @@
 // What the stages of the SoundFont conversion share: the pdta record sizes,
-// the modulator slots and targets of the SFZ model, and console output.
+// the modulator slots and targets of the SFZ model, and number text.
 #pragma once
 
 #include <cstdint>
-#include <iostream>
 #include <string>
 
 #include "Converters/Common/sfz.h"
@@ -17,8 +16,6 @@ const uint64_t kPhdrSize = 38, kBagSize = 4, kModSize = 10, kGenSize = 4, kInstS
 // SFZ model targets and kinds.
 const int kTargetUnknown = 99, kTargetPitch = 1, kTargetVolume = 3, kTargetCutoff = 4;
 const int kSlotModLfo = 0, kSlotVibLfo = 1, kSlotModEnv = 2, kSlotAmpEnv = 3, kSlotFilter = 4;
-
-inline void say(const std::string& line) { std::cout << line << std::endl; }
 
 inline std::string decimal(int64_t value) { return std::to_string(value); }
 inline std::string decimal(uint64_t value) { return std::to_string(value); }

@@ -1,0 +1,64 @@
+// The SoundFont sample pool copied into its wave on a thread of its own,
+// while the converter's thread goes on with the presets.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "source/OutputFile.h"
+#include "source/wave_writer.h"
+
+namespace sf2 {
+
+// The pool's wave, written under a temporary name, and the copy of the pool
+// on a thread of its own. That thread only copies: it prints nothing and
+// leaves the wave unfinished. Once waited for, the converter reports what the
+// copy found and finishes or abandons the wave.
+class PoolCopy {
+ public:
+  PoolCopy(const std::string& path, const std::string& folder) : file_(path, folder) {}
+  ~PoolCopy() { wait(); }
+  PoolCopy(const PoolCopy&) = delete;
+  PoolCopy& operator=(const PoolCopy&) = delete;
+
+  tolvin::OutputFile& file() { return file_; }
+  WaveFileWriter& writer() { return *writer_; }
+
+  // Writes the wave's head, then copies `size` bytes of `source` from
+  // `offset` on. The pool is copied a piece at a time with positioned reads,
+  // so the tree's own reading position is left untouched.
+  void start(uint32_t sampleRate, int source, uint64_t offset, uint64_t size) {
+    writer_ = std::make_unique<WaveFileWriter>(file_.stream());
+    writer_->prepareData(sampleRate, 1, 16, true);
+    size_ = size;
+    auto copy = [this, source, offset] {
+      copied_ = writer_->copyData(source, offset, size_);
+      finished_.store(true, std::memory_order_release);
+    };
+    try {
+      thread_ = std::thread(copy);
+    } catch (const std::system_error&) {
+      copy();  // no thread to be had: the copy is made right here
+    }
+  }
+  bool finished() const { return finished_.load(std::memory_order_acquire); }
+  void wait() {
+    if (thread_.joinable()) thread_.join();
+  }
+  // Only once waited for.
+  bool cutShort() const { return copied_ < size_; }
+
+ private:
+  tolvin::OutputFile file_;
+  std::unique_ptr<WaveFileWriter> writer_;
+  uint64_t size_ = 0;
+  uint64_t copied_ = 0;
+  std::atomic<bool> finished_{false};
+  std::thread thread_;
+};
+
+}  // namespace sf2
