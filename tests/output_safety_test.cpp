@@ -476,8 +476,8 @@ TEST(HostileEnvironment, OutputStaysWithinAFixedMultipleOfTheInput) {
 }
 
 TEST(HostileEnvironment, MemoryStaysWithinASmallMultipleOfTheInput) {
-#if defined(__SANITIZE_ADDRESS__)
-  GTEST_SKIP() << "the sanitizer's shadow memory does not fit under an address-space limit";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer's shadow memory does not fit under an address-space limit";
 #endif
   // A million pool-table cues behind one wave with a long name: 4 MB of
   // input that would take 300 MB if each cue held the name.
