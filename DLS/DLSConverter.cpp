@@ -340,7 +340,7 @@ void DLSConverter::writeRegionTuning(const IFFTreeNode* wsmp) {
   }
   out_ << " pitch_keycenter=" << reader.u16(4) << "\n";
   out_ << " tune=" << reader.i16(6) << "\n";
-  out_ << " volume=" << reader.i32(8) / 655360.0 << "\n";
+  out_ << " volume=" << tolvin::numberText(reader.i32(8) / 655360.0) << "\n";
 
   const uint32_t loopCount = reader.u32(16);
   if (loopCount == 0) {

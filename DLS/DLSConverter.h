@@ -48,8 +48,10 @@ class DLSConverter : public ConverterBase {
   void parse_LISTrgn(const tolvin::IFFTreeNode* region, int regionIndex);
   // Writes every wave of the pool and records the pool-table names.
   void parseAudioInfo(const tolvin::IFFTreeNode* container);
-  // Writes one wave; `name` receives the base name of its file.
+  // Writes one wave, read in one piece when small enough; `name` receives
+  // the base name of its file.
   void parse_LISTwave(const tolvin::IFFTreeNode* wave, std::string& name);
+  void writeWave(const tolvin::IFFTreeNode* wave, std::string& name);
   void DLS1Connections();
   void DLS1Curves();
   void parse_art(const _CONNECTION* block, int blockIndex);
@@ -106,5 +108,5 @@ class DLSConverter : public ConverterBase {
   std::set<std::string> bankFolders_;  // made already, each once
   std::string collectionInfo_;
   bool consoleHex_ = false;
-  const ChunkBlock* block_ = nullptr;  // the instrument being written, read whole
+  const ChunkBlock* block_ = nullptr;  // the instrument or wave being written, read whole
 };

@@ -20,6 +20,12 @@ std::atomic<unsigned> gTemporaryCounter{0};
 
 const int kTemporaryNameTries = 64;
 
+// The process id in temporary names, asked for once rather than per file.
+const std::string& processIdText() {
+  static const std::string text = std::to_string(::getpid());
+  return text;
+}
+
 bool isFolder(const std::string& path) {
   struct stat info;
   return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
@@ -136,7 +142,7 @@ void OutputFile::open(const std::string& trustedFolder) {
   const size_t slash = path_.rfind('/');
   const std::string folder = slash == std::string::npos ? std::string() : path_.substr(0, slash + 1);
   for (int attempt = 0; attempt < kTemporaryNameTries; ++attempt) {
-    temporaryPath_ = folder + ".sorvane-" + std::to_string(::getpid()) + "-" +
+    temporaryPath_ = folder + ".sorvane-" + processIdText() + "-" +
                      std::to_string(gTemporaryCounter.fetch_add(1)) + ".tmp";
     const int descriptor =
         ::open(temporaryPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
