@@ -157,7 +157,8 @@ double connectionValue(ValueKind kind, int32_t scale) {
 }
 
 void reportUnknownDestination(uint16_t destination) {
-  std::cout << "unknown destination: 0x" << tolvin::hexText(destination) << "\n";
+  // Thousands of these in a big bank: one insertion per line.
+  std::cout << "unknown destination: 0x" + tolvin::hexText(destination) + "\n";
 }
 
 // What cannot be applied is reported on the console; the value stays as is.
