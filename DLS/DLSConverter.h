@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "Converters/Common/ConverterBase.h"
 #include "source/IFFTree.h"
 #include "source/OutputFile.h"
+#include "source/TextSink.h"
 
 class ChunkBlock;
 class ChunkView;
@@ -91,7 +91,7 @@ class DLSConverter : public ConverterBase {
 
   bool severalInstruments_ = false;
   std::unique_ptr<tolvin::OutputFile> instrumentFile_;  // the instrument file being written
-  std::ostream out_{nullptr};                             // and the text going into it
+  tolvin::TextSink out_;                                  // and the text going into it
   std::string inputPath_;
   std::string result_;
   unsigned filesWritten_ = 0;
