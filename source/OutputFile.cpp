@@ -19,6 +19,7 @@ std::atomic<bool> gExceeded{false};
 std::atomic<unsigned> gTemporaryCounter{0};
 
 const int kTemporaryNameTries = 64;
+const size_t kStreamBufferSize = 64 << 10;
 
 // The process id in temporary names, asked for once rather than per file.
 const std::string& processIdText() {
@@ -151,6 +152,11 @@ void OutputFile::open(const std::string& trustedFolder) {
       if (!stream_) {
         ::close(descriptor);
         ::unlink(temporaryPath_.c_str());
+      } else {
+        // A buffer of its own: most files then reach the disk in one write,
+        // and the stream never asks the file system for a block size.
+        streamBuffer_.reset(new char[kStreamBufferSize]);
+        std::setvbuf(stream_, streamBuffer_.get(), _IOFBF, kStreamBufferSize);
       }
       break;
     }
