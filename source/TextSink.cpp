@@ -8,14 +8,18 @@ void TextSink::attach(OutputFile* file) {
 }
 
 void TextSink::flush() {
-  if (file_ && !pending_.empty()) file_->write(pending_);
-  pending_.clear();
+  if (file_ && used_ > 0) file_->write(block_.get(), used_);
+  used_ = 0;
 }
 
-TextSink& TextSink::append(const char* text, size_t count) {
-  if (!file_) return *this;
-  pending_.append(text, count);
-  if (pending_.size() >= kBlockSize) flush();
+TextSink& TextSink::appendPastBlock(const char* text, size_t count) {
+  flush();
+  if (count < kBlockSize) {
+    std::memcpy(block_.get(), text, count);
+    used_ = count;
+  } else if (file_) {
+    file_->write(text, count);
+  }
   return *this;
 }
 

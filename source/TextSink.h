@@ -7,6 +7,8 @@
 #pragma once
 
 #include <charconv>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <type_traits>
 
@@ -37,10 +39,19 @@ class TextSink {
   // Text reaches the file in pieces of about this size.
   static constexpr size_t kBlockSize = 64 << 10;
 
-  TextSink& append(const char* text, size_t count);
+  TextSink& append(const char* text, size_t count) {
+    if (count <= kBlockSize - used_) {
+      std::memcpy(block_.get() + used_, text, count);
+      used_ += count;
+      return *this;
+    }
+    return appendPastBlock(text, count);
+  }
+  TextSink& appendPastBlock(const char* text, size_t count);
 
   OutputFile* file_ = nullptr;
-  std::string pending_;
+  std::unique_ptr<char[]> block_{new char[kBlockSize]};
+  size_t used_ = 0;
 };
 
 }  // namespace tolvin
