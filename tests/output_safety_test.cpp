@@ -476,7 +476,7 @@ TEST(HostileEnvironment, OutputStaysWithinAFixedMultipleOfTheInput) {
 }
 
 TEST(HostileEnvironment, MemoryStaysWithinASmallMultipleOfTheInput) {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer's shadow memory does not fit under an address-space limit";
 #endif
   // A million pool-table cues behind one wave with a long name: 4 MB of
