@@ -1,7 +1,6 @@
 // Translation of DLS connection blocks into SFZ opcode lines.
-// Values are streamed into the instrument file, which is always in the
-// stream's default state, so they read as the six significant digits of
-// number text everywhere.
+// Values are written as number text: the six significant digits a stream in
+// its default state would give, without the stream's formatting machinery.
 #include <cmath>
 #include <iostream>
 #include <string>
@@ -158,11 +157,12 @@ double connectionValue(ValueKind kind, int32_t scale) {
 }
 
 void reportUnknownDestination(uint16_t destination) {
-  std::cout << "unknown destination: 0x" << tolvin::hexText(destination) << "\n";
+  // Thousands of these in a big bank: one insertion per line.
+  std::cout << "unknown destination: 0x" + tolvin::hexText(destination) + "\n";
 }
 
 // What cannot be applied is reported on the console; the value stays as is.
-void reportTransforms(uint16_t transform, const std::string& sourceName) {
+void reportTransforms(uint16_t transform, const char* sourceName) {
   if (transform >= (1 << kSourceTransformShift)) {
     const unsigned sourceTransform = (transform >> kSourceTransformShift) & 0xF;
     if (sourceTransform < 4)
@@ -198,7 +198,7 @@ void DLSConverter::parse_art(const _CONNECTION* block, int) {
 
   // Step 1: destination name and value.
   const DestinationRow* destination = findDestination(block->usDestination);
-  const std::string destinationName = destination ? destination->name : "";
+  const char* const destinationName = destination ? destination->name : "";
   double value = connectionValue(destination ? destination->kind : ValueKind::Unknown, scale);
   if (!destination || destination->kind == ValueKind::Unknown) reportUnknownDestination(block->usDestination);
   // The name lookup covers fewer destinations than the value lookup and
@@ -213,15 +213,15 @@ void DLSConverter::parse_art(const _CONNECTION* block, int) {
          << " src  :0x" << tolvin::hexText(block->usSource, 4, ' ') << "()"
          << " ctrl :0x" << tolvin::hexText(block->usControl, 4, ' ')
          << " trns :0x" << tolvin::hexText(block->usTransform, 4, ' ')
-         << " scale:" << value << "\n";
+         << " scale:" << tolvin::numberText(value) << "\n";
     return;
   }
   if (source->form == SourceForm::Direct) {
-    if (!destinationName.empty()) out_ << " " << destinationName << "=" << value << "\n";
+    if (*destinationName) out_ << " " << destinationName << "=" << tolvin::numberText(value) << "\n";
     return;
   }
   if (block->usSource == kSourceEG2 && block->usDestination == kDestinationPitch) {
-    out_ << " pitcheg_depth=" << value << "\n";
+    out_ << " pitcheg_depth=" << tolvin::numberText(value) << "\n";
     return;
   }
   if (block->usSource == kSourceKeyVelocity) {
@@ -241,7 +241,7 @@ void DLSConverter::parse_art(const _CONNECTION* block, int) {
     out_ << source->name << "_" << destinationName;
   else
     out_ << destinationName << "_" << source->name;
-  out_ << controlSuffix(block->usControl) << "=" << value;
+  out_ << controlSuffix(block->usControl) << "=" << tolvin::numberText(value);
 
   // Step 4: transforms are reported, not applied.
   reportTransforms(block->usTransform, source->name);

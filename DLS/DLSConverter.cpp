@@ -213,7 +213,7 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
     instrumentFile_.reset();
     return;
   }
-  out_.rdbuf(instrumentFile_->textBuffer());
+  out_.attach(instrumentFile_.get());
 
   writeFileHeader(info, bank, program, regionCount);
   writeControlBlock();
@@ -242,7 +242,7 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
 
 void DLSConverter::closeInstrumentFile() {
   if (!instrumentFile_) return;
-  out_.rdbuf(nullptr);
+  out_.attach(nullptr);
   // A full disk or a size limit: nothing is left under the final name.
   const bool whole = instrumentFile_->commit();
   const std::string path = instrumentFile_->path();
@@ -340,7 +340,7 @@ void DLSConverter::writeRegionTuning(const IFFTreeNode* wsmp) {
   }
   out_ << " pitch_keycenter=" << reader.u16(4) << "\n";
   out_ << " tune=" << reader.i16(6) << "\n";
-  out_ << " volume=" << reader.i32(8) / 655360.0 << "\n";
+  out_ << " volume=" << tolvin::numberText(reader.i32(8) / 655360.0) << "\n";
 
   const uint32_t loopCount = reader.u32(16);
   if (loopCount == 0) {

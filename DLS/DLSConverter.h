@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "Converters/Common/ConverterBase.h"
 #include "source/IFFTree.h"
 #include "source/OutputFile.h"
+#include "source/TextSink.h"
 
 class ChunkBlock;
 class ChunkView;
@@ -48,8 +48,10 @@ class DLSConverter : public ConverterBase {
   void parse_LISTrgn(const tolvin::IFFTreeNode* region, int regionIndex);
   // Writes every wave of the pool and records the pool-table names.
   void parseAudioInfo(const tolvin::IFFTreeNode* container);
-  // Writes one wave; `name` receives the base name of its file.
+  // Writes one wave, read in one piece when small enough; `name` receives
+  // the base name of its file.
   void parse_LISTwave(const tolvin::IFFTreeNode* wave, std::string& name);
+  void writeWave(const tolvin::IFFTreeNode* wave, std::string& name);
   void DLS1Connections();
   void DLS1Curves();
   void parse_art(const _CONNECTION* block, int blockIndex);
@@ -89,7 +91,7 @@ class DLSConverter : public ConverterBase {
 
   bool severalInstruments_ = false;
   std::unique_ptr<tolvin::OutputFile> instrumentFile_;  // the instrument file being written
-  std::ostream out_{nullptr};                             // and the text going into it
+  tolvin::TextSink out_;                                  // and the text going into it
   std::string inputPath_;
   std::string result_;
   unsigned filesWritten_ = 0;
@@ -106,5 +108,5 @@ class DLSConverter : public ConverterBase {
   std::set<std::string> bankFolders_;  // made already, each once
   std::string collectionInfo_;
   bool consoleHex_ = false;
-  const ChunkBlock* block_ = nullptr;  // the instrument being written, read whole
+  const ChunkBlock* block_ = nullptr;  // the instrument or wave being written, read whole
 };

@@ -29,6 +29,8 @@ const uint64_t kSmplLoopOffset = 36 * 24;
 const uint64_t kSmplLoopSize = 24;
 // Room the expansion of compressed audio was sized with.
 const double kExpansionFactor = 2.1;
+// Waves up to this size are read in one piece, audio included.
+const uint64_t kWaveBlockLimit = 4 << 20;
 
 enum FormatTag : uint16_t {
   kFormatZero = 0,
@@ -115,6 +117,13 @@ void DLSConverter::parseAudioInfo(const IFFTreeNode* container) {
 }
 
 void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
+  const ChunkBlock block(*tree_, wave, kWaveBlockLimit);
+  block_ = &block;
+  writeWave(wave, name);
+  block_ = nullptr;
+}
+
+void DLSConverter::writeWave(const IFFTreeNode* wave, std::string& name) {
   const IFFTreeNode* fmt = wave->findFirstChild("fmt ");
   const IFFTreeNode* data = wave->findFirstChild("data");
   if (!fmt || !data) return;
@@ -258,6 +267,11 @@ bool DLSConverter::writeWaveLoop(WaveFileWriter& writer, const IFFTreeNode* wave
 }
 
 void DLSConverter::copyWaveData(WaveFileWriter& writer, const IFFTreeNode* data, const std::string& path) {
+  tolvin::ByteReader audio;
+  if (block_ && block_->slice(*tree_, data, audio)) {
+    writer.writeData(audio.data(), audio.size());
+    return;
+  }
   BodyStream in(*tree_, tree_->chunkOffset(data, false), data->size);
   const uint8_t* piece = nullptr;
   while (size_t count = in.next(&piece)) writer.writeData(piece, count);

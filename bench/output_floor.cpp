@@ -3,13 +3,15 @@
 // nothing else (no parsing, no text). The benchmarks time it beside `cp` to
 // show how much of a conversion's time is the output itself.
 //
-//   output_floor input manifest output-folder [1|2]
+//   output_floor input manifest output-folder [1|2|atomic]
 //
 // The manifest lists the files of an earlier conversion, one per line as
 // `find folder -type f -printf '%s %P\n'` prints them (size, relative path).
 // Every file is filled through one 1 MiB buffer with positioned reads of the
 // input, as the converter copies audio. With 2, the wave files are written
-// on a second thread while the other files are written on the first.
+// on a second thread while the other files are written on the first. With
+// atomic, on one thread, each file is written under a temporary name and
+// renamed into place, as every file of a conversion is.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -37,12 +39,13 @@ bool isWave(const std::string& path) {
 // Fills each file with bytes of the input, read from where the last one
 // stopped (wrapping at the input's end).
 bool writeFiles(int input, uint64_t inputSize, const std::string& folder,
-                const std::vector<const OutputEntry*>& files) {
+                const std::vector<const OutputEntry*>& files, bool atomic) {
   std::vector<char> buffer(1 << 20);
   uint64_t offset = 0;
   for (const OutputEntry* file : files) {
     const std::string path = folder + "/" + file->path;
-    const int output = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const std::string written = atomic ? path + ".tmp" : path;
+    const int output = ::open(written.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (output < 0) return false;
     for (uint64_t done = 0; done < file->size;) {
       if (offset >= inputSize) offset = 0;
@@ -57,6 +60,7 @@ bool writeFiles(int input, uint64_t inputSize, const std::string& folder,
       offset += static_cast<uint64_t>(got);
     }
     if (::close(output) != 0) return false;
+    if (atomic && ::rename(written.c_str(), path.c_str()) != 0) return false;
   }
   return true;
 }
@@ -65,11 +69,12 @@ bool writeFiles(int input, uint64_t inputSize, const std::string& folder,
 
 int main(int argc, char** argv) {
   if (argc < 4) {
-    std::printf("usage: output_floor input manifest output-folder [1|2]\n");
+    std::printf("usage: output_floor input manifest output-folder [1|2|atomic]\n");
     return 2;
   }
   const std::string folder = argv[3];
   const bool twoThreads = argc > 4 && std::string(argv[4]) == "2";
+  const bool atomic = argc > 4 && std::string(argv[4]) == "atomic";
   std::vector<OutputEntry> entries;
   {
     std::ifstream manifest(argv[2]);
@@ -100,8 +105,8 @@ int main(int argc, char** argv) {
   bool wavesWritten = true;
   std::thread waveThread;
   if (!waves.empty())
-    waveThread = std::thread([&] { wavesWritten = writeFiles(input, inputSize, folder, waves); });
-  const bool othersWritten = writeFiles(input, inputSize, folder, others);
+    waveThread = std::thread([&] { wavesWritten = writeFiles(input, inputSize, folder, waves, false); });
+  const bool othersWritten = writeFiles(input, inputSize, folder, others, atomic);
   if (waveThread.joinable()) waveThread.join();
   if (!wavesWritten || !othersWritten) {
     std::printf("write failed under %s\n", folder.c_str());

@@ -3,7 +3,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <sstream>
 
 namespace tolvin {
 
@@ -43,9 +42,10 @@ std::string zeroPaddedSigned(int32_t value, int width) {
 }
 
 std::string hexText(uint64_t value, int width, char fill) {
-  std::ostringstream out;
-  out << std::hex << value;
-  return leftFilled(out.str(), width, fill);
+  // Lower-case digits without prefix, as a stream set to hex writes them.
+  char digits[16];
+  const std::to_chars_result done = std::to_chars(digits, digits + sizeof digits, value, 16);
+  return leftFilled(std::string(digits, done.ptr), width, fill);
 }
 
 }  // namespace tolvin

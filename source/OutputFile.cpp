@@ -19,6 +19,13 @@ std::atomic<bool> gExceeded{false};
 std::atomic<unsigned> gTemporaryCounter{0};
 
 const int kTemporaryNameTries = 64;
+const size_t kStreamBufferSize = 64 << 10;
+
+// The process id in temporary names, asked for once rather than per file.
+const std::string& processIdText() {
+  static const std::string text = std::to_string(::getpid());
+  return text;
+}
 
 bool isFolder(const std::string& path) {
   struct stat info;
@@ -136,7 +143,7 @@ void OutputFile::open(const std::string& trustedFolder) {
   const size_t slash = path_.rfind('/');
   const std::string folder = slash == std::string::npos ? std::string() : path_.substr(0, slash + 1);
   for (int attempt = 0; attempt < kTemporaryNameTries; ++attempt) {
-    temporaryPath_ = folder + ".sorvane-" + std::to_string(::getpid()) + "-" +
+    temporaryPath_ = folder + ".sorvane-" + processIdText() + "-" +
                      std::to_string(gTemporaryCounter.fetch_add(1)) + ".tmp";
     const int descriptor =
         ::open(temporaryPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
@@ -145,6 +152,11 @@ void OutputFile::open(const std::string& trustedFolder) {
       if (!stream_) {
         ::close(descriptor);
         ::unlink(temporaryPath_.c_str());
+      } else {
+        // A buffer of its own: most files then reach the disk in one write,
+        // and the stream never asks the file system for a block size.
+        streamBuffer_.reset(new char[kStreamBufferSize]);
+        std::setvbuf(stream_, streamBuffer_.get(), _IOFBF, kStreamBufferSize);
       }
       break;
     }

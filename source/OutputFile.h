@@ -83,6 +83,7 @@ class OutputFile {
   std::string path_;
   std::string temporaryPath_;
   FILE* stream_ = nullptr;
+  std::unique_ptr<char[]> streamBuffer_;  // the stream's, kept until it is closed
   bool refusedLink_ = false;
   bool failed_ = false;
   std::unique_ptr<TextBuffer> textBuffer_;

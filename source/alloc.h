@@ -5,7 +5,8 @@
 
 namespace tolvin {
 
-void* defaultAlloc(size_t size);  // zero-filled; null on failure
+// Not cleared: chunk bodies are read into it whole. Null on failure.
+void* defaultAlloc(size_t size);
 void defaultFree(void* pointer);
 void* defaultRealloc(void* pointer, size_t size);
 
