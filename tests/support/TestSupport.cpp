@@ -14,7 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <regex>
 #include <stdexcept>
 
 namespace testsupport {
@@ -171,6 +171,33 @@ std::string maskLines(const std::string& text, const std::string& prefix) {
   }
   if (!text.empty() && text.back() == '\n') masked += "\n";
   return masked;
+}
+
+bool hasDateLine(const std::string& text, const std::string& prefix) {
+  static const std::regex date("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}");
+  const size_t at = text.find(prefix);
+  if (at == std::string::npos) return false;
+  const size_t from = at + prefix.size();
+  return std::regex_match(text.substr(from, text.find('\n', from) - from), date);
+}
+
+std::string dataFile(const std::string& name) {
+  const std::string text = readFile(std::string(SORVANE_SOURCE_DIR) + "/tests/data/" + name);
+  if (text.empty()) throw std::runtime_error("missing test data " + name);
+  return text;
+}
+
+std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+    text.replace(at, from.size(), to);
+  return text;
+}
+
+std::string section(const std::string& text, const std::string& start, const std::string& end) {
+  const size_t from = text.find(start);
+  if (from == std::string::npos) return "";
+  const size_t to = text.find(end, from + start.size());
+  return text.substr(from, to == std::string::npos ? std::string::npos : to - from);
 }
 
 }  // namespace testsupport
