@@ -273,6 +273,11 @@ TEST(SF2Presets, WorkIsBoundedPerPresetAndPerBank) {
                        "/* ERROR! preset too large: its remaining zones are skipped */\n"));
   convert(wide, workBank(2, 17).bytes());
   EXPECT_TRUE(contains(readFile(wide.file("out/001_P1.sfz")), "ERROR! preset too large"));
+  // Ranges past the end of their table cost only what the table holds.
+  Bank far = regionBank({});
+  far.presets[0].zones.resize(3, Zone({gen(41, 0)}));
+  far.replace["ibag"] = riff::Body().u32(0).u16(65535).u16(0);
+  EXPECT_FALSE(contains(presetText(far), "too large"));
 }
 
 TEST(SF2Presets, FilesThatCannotBeWrittenAreReported) {

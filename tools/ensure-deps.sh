@@ -3,7 +3,7 @@
 # machine lacks. Packages already present are left alone.
 set -euo pipefail
 
-packages=(cmake g++ make pkg-config libgtest-dev libsndfile1-dev
+packages=(cmake g++ make pkg-config python3 libgtest-dev libsndfile1-dev
           fluid-soundfont-gm timgm6mb-soundfont opl3-soundfont time
           clang libclang-rt-14-dev)
 missing=()

@@ -1,6 +1,5 @@
 #include "tests/support/TestSupport.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sndfile.h>
 #include <sys/resource.h>
@@ -52,13 +51,8 @@ bool exists(const std::string& path) {
 
 std::vector<std::string> listDir(const std::string& path) {
   std::vector<std::string> names;
-  DIR* dir = ::opendir(path.c_str());
-  if (!dir) return names;
-  while (dirent* entry = ::readdir(dir)) {
-    std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(name);
-  }
-  ::closedir(dir);
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(path, error)) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -151,25 +145,18 @@ std::string chunkText(const std::string& bytes, const Chunk* chunk) {
 }
 
 std::string cleanName(std::string name, bool trim) {
-  if (trim) {
-    while (!name.empty() && static_cast<unsigned char>(name.back()) <= 32) name.pop_back();
-    while (!name.empty() && static_cast<unsigned char>(name.front()) <= 32) name.erase(0, 1);
-  }
+  auto blank = [](char c) { return static_cast<unsigned char>(c) <= 32; };
+  while (trim && !name.empty() && blank(name.back())) name.pop_back();
+  while (trim && !name.empty() && blank(name.front())) name.erase(0, 1);
   for (char& c : name)
     if (c != '\0' && std::strchr("\\/*?><|: ", c)) c = '_';
   return name;
 }
 
 std::string maskLines(const std::string& text, const std::string& prefix) {
-  std::istringstream in(text);
-  std::string line, masked;
-  bool first = true;
-  while (std::getline(in, line)) {
-    if (!first) masked += "\n";
-    first = false;
-    masked += line.compare(0, prefix.size(), prefix) == 0 ? prefix : line;
-  }
-  if (!text.empty() && text.back() == '\n') masked += "\n";
+  std::string masked = text;
+  for (size_t at = masked.find(prefix); at != std::string::npos; at = masked.find(prefix, at + 1))
+    if (at == 0 || masked[at - 1] == '\n') masked.erase(at + prefix.size(), masked.find('\n', at) - at - prefix.size());
   return masked;
 }
 
