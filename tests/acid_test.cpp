@@ -87,6 +87,10 @@ TEST(AcidLoop, SlicesMoveToTheQuietestFrameNearby) {
   for (float f : floats) data.f32(f);
   EXPECT_TRUE(contains(convert(dir, loop(acid::fmt(3, 1, 8000, 32), acid::strc({{0}, {100}}), riff::chunk("data", data))).sfz,
                        "<region> offset=7  end=100 key=36\n"));
+  riff::Body bytes;  // 8-bit samples are read as signed
+  for (int i = 0; i < 200; ++i) bytes.u8(i == 9 ? 0x80 : i == 5 ? 0x05 : 0x70);
+  EXPECT_TRUE(contains(convert(dir, loop(acid::fmt(1, 1, 8000, 8), acid::strc({{0}, {100}}), riff::chunk("data", bytes))).sfz,
+                       "<region> offset=5  end=100 key=36\n"));
   const Converted wide = convert(dir, loop(acid::fmt(1, 1, 8000, 24), acid::strc({{0}, {100}}), riff::chunk("data", std::string(600, '\1'))));
   EXPECT_TRUE(contains(wide.run.out, "non trivial bit depth format, don't bother with re-zero crossing:24\n"));
   EXPECT_TRUE(contains(wide.sfz, "<region> offset=0  end=100 key=36\n"));
@@ -147,7 +151,12 @@ TEST(AcidBadInput, MalformedLoopsNeverBreakTheConversion) {
       {"zero channels", loop(acid::fmt(1, 0, 8000, 16), acid::strc({{0}, {300}}), samples), "BAD wBitsPerSample:16"},
       {"zero bits", loop(acid::fmt(1, 2, 8000, 0), acid::strc({{0}, {100}}), samples), "BAD wBitsPerSample:0"},
       {"short fmt", loop(riff::chunk("fmt ", "\1\0\1\0"), acid::strc({{0}}), samples), "fmt chunk too short"},
-      {"short acid", loop(fmt, acid::strc({{0}, {300}}), samples, riff::chunk("acid", "ab")), "acid chunk too short"},
+      {"short acid", loop(fmt, acid::strc({{0}, {300}}), samples, riff::chunk("acid", "ab")),
+       "acid chunk too short: missing fields read as 0\n"},
+      {"extensible fmt", loop(riff::chunk("fmt ", riff::Body().u16(1).u16(1).u32(8000).u32(16000).u16(2).u16(16).zeros(24)),
+                              acid::strc({}), samples), "WAVEFORMATEXTENSIBLE\n"},
+      {"legacy fmt", loop(riff::chunk("fmt ", riff::Body().u16(1).u16(1).u32(8000).u32(16000).u16(2).u16(16).zeros(6)),
+                          acid::strc({}), samples), "Legacy WAVE fmt\n"},
       {"data past the end of the file", loop(fmt, acid::strc({{0}, {300}}), dataPastTheEnd),
        "sample data missing, slices not moved to zero crossings"},
       {"no data", loop(fmt, acid::strc({{0}}), ""), "WAVE DOENST Contain data!"},

@@ -115,6 +115,7 @@ TEST(SF2BadInput, EveryFaultHasItsMessage) {
       {"instrument zones backwards",
        [](Bank& b) { b.replace["inst"] = riff::Body().fixed("Inst", 20).u16(1).fixed("EOI", 20).u16(0); },
        "/* ERROR! inst 0: zones 1..0 run backwards */\n"},
+      {"empty ibag", [](Bank& b) { b.replace["ibag"] = ""; }, "/* ERROR! inst 0: zones 0..1 run past the ibag table */\n"},
       {"instrument zones past ibag",
        [](Bank& b) { b.replace["inst"] = riff::Body().fixed("Inst", 20).u16(0).fixed("EOI", 20).u16(40); },
        "/* ERROR! inst 0: zones 0..40 run past the ibag table */\n\n<region> //zone ibag:0\n"},
@@ -186,12 +187,14 @@ TEST(SF2Presets, TwoBanksGoToFoldersAndTheResultsFileNamesTheFirst) {
   bank.presets.push_back({"Drums", 0, 128, {Zone({gen(41, 0)})}});
   bank.presets.push_back({"Strings: Slow ", 48, 0, {Zone({gen(41, 0)})}});
   bank.presets.push_back({"Caf\xE9\xE9", 49, 0, {Zone({gen(41, 0)})}});
+  bank.presets.push_back({"Twenty characters!!!", 50, 0, {Zone({gen(41, 0)})}});
   writeFile(dir.file("two.SF2"), bank.bytes());
   const RunResult run = runSorvane({dir.file("two.SF2"), dir.file("out"), dir.file("results.txt")});
   EXPECT_EQ(run.err, "");
   EXPECT_EQ(listDir(dir.file("out")), (std::vector<std::string>{"000", "128", "sf2_smpl.wav"}));
   EXPECT_EQ(listDir(dir.file("out/000")),
-            (std::vector<std::string>{"000_P.sfz", "048_Strings__Slow.sfz", "049_Caf\xE9\xE9.sfz"}));
+            (std::vector<std::string>{"000_P.sfz", "048_Strings__Slow.sfz", "049_Caf\xE9\xE9.sfz",
+                                      "050_Twenty_characters!!!.sfz"}));
   EXPECT_EQ(listDir(dir.file("out/128")), std::vector<std::string>{"000_Drums.sfz"});
   EXPECT_EQ(readFile(dir.file("results.txt")), dir.file("out") + "/000/000_P.sfz");
   EXPECT_TRUE(contains(readFile(dir.file("out/128/000_Drums.sfz")),
