@@ -158,6 +158,16 @@ TEST(DLSWavePool, CompressedWavesAreExpandedAndLeaveTheConsoleInHexadecimal) {
             "Error, DLS 2.2 doesn't support more than ONE loop, not c\n"
             "missing pool table ffset reference:0x7777\n"
             "error ulTableIndex out of bound:26");
+
+  // More blocks than one piece of the expansion holds.
+  std::string many;
+  for (int b = 0; b < 130; ++b) many += riff::Body().u16(0x0101).i16(int16_t(b)).i16(0).i16(0).i16(0).zeros(4096).bytes();
+  Collection large;
+  large.addWave(wave(fmt(2, 44100, 16), many + "+", info({{"INAM", "Large"}}) + wsmp({}) + riff::chunk("ewav", "abcd")));
+  convertIn(dir, large.bytes());
+  const WaveFacts facts = readWave(dir.file("out/c_dls/samples/Large.wav"));
+  ASSERT_EQ(facts.frames, 130 * 2048);
+  EXPECT_EQ(facts.points[129 * 4096], 129);
 }
 
 TEST(DLSWavePool, WavesSharingANameShareOneFileTheLastWins) {

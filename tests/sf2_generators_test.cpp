@@ -7,9 +7,10 @@ using namespace sf2build;
 
 namespace {
 
-// The first region of preset "P", from its header line to the curve.
+// The first region of preset "P", from its header line to the curve, which
+// "|" stands for.
 std::string regionOf(const std::vector<Gen>& gens, const std::vector<Gen>& presetGens = {}) {
-  return section(presetText(regionBank(gens, presetGens)), "\n<region>", "\n<curve>");
+  return section(presetText(regionBank(gens, presetGens)), "\n<region>", "\n<curve>") + "|";
 }
 
 }  // namespace
@@ -75,7 +76,7 @@ TEST(SF2Generators, InstrumentLevel) {
       // Sample offsets: start and end set, loop points added up, coarse loop
       // offsets in steps of 32768; loop points are compared unsigned.
       {{gen(0, 10), gen(1, -20), gen(2, 5), gen(2, 2), gen(3, 7), gen(4, 3), gen(12, 4)},
-       {"/* NOP igen(endAddrsOffset) = -20[236;255] */\n", " offset=10 end=980\n loop_start=107 loop_end=906\n"}},
+       {"/* NOP igen(endAddrsOffset) = -20[236;255] */\n", " offset=10 end=980\n loop_start=107 loop_end=906\n|"}},
       {{gen(45, 1)}, {"/*  bad loop! loop_start=32868 loop_end=899 */\n"}},
       {{gen(50, 1)}, {" loop_start=100 loop_end=33667\n"}},
       {{gen(50, -1)}, {" loop_start=100 loop_end=-31869\n"}},
