@@ -80,21 +80,21 @@ TEST(SF2Generators, InstrumentLevel) {
       {{gen(45, 1)}, {"/*  bad loop! loop_start=32868 loop_end=899 */\n"}},
       {{gen(50, 1)}, {" loop_start=100 loop_end=33667\n"}},
       {{gen(50, -1)}, {" loop_start=100 loop_end=-31869\n"}},
-      // Modulation slots, written after the region's own lines.
-      {{gen(8, 1200)}, {" fil_type=lpf_2p\n cutoff=16.352\n resonance=0.5\n"}},
-      {{gen(9, 100)}, {" fil_type=lpf_2p\n cutoff=19912.6\n resonance=2.5\n"}},
-      {{gen(8, 13500), gen(9, 40)}, {" cutoff=19912.6\n resonance=1\n"}},
-      {{gen(22, 0), gen(5, 50)}, {" lfo07_wave=0\n lfo07_pitch=50\n lfo07_freq=8.176\n\n"}},
-      {{gen(6, 30), gen(6, 40)}, {" lfo06_wave=0\n lfo06_pitch=40\n lfo06_freq=0\n\n"}},
-      {{gen(23, -1200), gen(24, 1200)}, {" lfo06_wave=0\n lfo06_pitch=0\n lfo06_freq=16.352\n lfo06_delay=0.5\n\n"}},
+      // Modulation slots, written after the region's own lines, each alone.
+      {{gen(8, 1200)}, {" fil_type=lpf_2p\n cutoff=16.352\n resonance=0.5\n\n|"}},
+      {{gen(9, 100)}, {" fil_type=lpf_2p\n cutoff=19912.6\n resonance=2.5\n\n|"}},
+      {{gen(8, 13500), gen(9, 40)}, {" cutoff=19912.6\n resonance=1\n\n|"}},
+      {{gen(22, 0), gen(5, 50)}, {" lfo07_wave=0\n lfo07_pitch=50\n lfo07_freq=8.176\n\n|"}},
+      {{gen(6, 30), gen(6, 40)}, {" lfo06_wave=0\n lfo06_pitch=40\n lfo06_freq=0\n\n|"}},
+      {{gen(23, -1200), gen(24, 1200)}, {" lfo06_wave=0\n lfo06_pitch=0\n lfo06_freq=16.352\n lfo06_delay=0.5\n\n|"}},
       {{gen(21, 0), gen(10, 100), gen(13, 1200)},
-       {" lfo07_wave=0\n lfo07_amplitude=200\n lfo07_cutoff=100\n lfo07_freq=0\n lfo07_delay=1\n\n"}},
+       {" lfo07_wave=0\n lfo07_amplitude=200\n lfo07_cutoff=100\n lfo07_freq=0\n lfo07_delay=1\n\n|"}},
       {{gen(7, 100), gen(11, -50), gen(25, 0), gen(26, -1200), gen(27, 1200), gen(28, 0), gen(29, 1200),
         gen(30, 2400)},
        {" eg06_pitch=100\n eg06_cutoff=-50\n eg06_sustain=4\n eg06_time0=1\n eg06_level0=0\n eg06_shape0=0\n"
         " eg06_time1=0.5\n eg06_level1=1\n eg06_shape1=0\n eg06_time2=0.001\n eg06_level2=1\n eg06_shape2=0\n"
         " eg06_time3=2\n eg06_level3=1\n eg06_shape3=0\n eg06_time4=1\n eg06_level4=0.02\n eg06_shape4=0\n"
-        " eg06_time5=4\n eg06_level5=0\n eg06_shape5=0\n\n"}},
+        " eg06_time5=4\n eg06_level5=0\n eg06_shape5=0\n\n|"}},
       // The amplitude envelope has no target: only its warning is written.
       {{gen(40, 1200), gen(40, 0)}, {"/* NOP igen(keynumToVolEnvDecay) = 0[0;0] */\n", "//EG WITHOUT TARGET\n"}},
   };
