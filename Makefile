@@ -5,7 +5,7 @@ TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 
-.PHONY: all deps build test test-tsan test-fast demo bench fuzz install uninstall deb clean
+.PHONY: all deps build test test-tsan test-fast mutate demo bench fuzz install uninstall deb clean
 
 all: build
 
@@ -38,6 +38,14 @@ test-tsan: deps
 # The normal build's tests only, without the integration label (quick loop).
 test-fast: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -LE integration
+
+# Plants small faults one at a time into a scratch copy of the tree (under
+# /tmp), rebuilds it and reports the share the quick tests catch. The same
+# MUTANTS and MUTATION_SEED draw the same faults.
+MUTANTS       ?= 300
+MUTATION_SEED ?= 13
+mutate:
+	python3 tools/mutate.py --sample $(MUTANTS) --seed $(MUTATION_SEED) --jobs 2
 
 # Every fuzz target for FUZZ_SECONDS each (clang, libFuzzer, ASan + UBSan).
 FUZZ_SECONDS ?= 60

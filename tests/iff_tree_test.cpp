@@ -24,9 +24,8 @@ std::string shape(const IFFTreeNode* node) {
 }
 
 struct Parsed {
-  bool ok;
-  std::string console;
-  std::string tree;
+  bool ok = false;
+  std::string console, tree;
 };
 
 Parsed parse(const std::string& bytes, tolvin::IFF_LOAD_METHOD method = tolvin::IFF_LOAD_STREAM) {
@@ -63,11 +62,8 @@ const std::string kWave = riff::list("RIFF", "WAVE", riff::chunk("fmt ", "abcdef
 }  // namespace
 
 TEST(ChunkTree, EveryLoadMethodBuildsTheSameTreeAndBodies) {
-  for (auto method : {tolvin::IFF_LOAD_WHOLE_FILE, tolvin::IFF_LOAD_MEMORY_MAP, tolvin::IFF_LOAD_STREAM}) {
-    Parsed p = parse(kWave, method);
-    EXPECT_TRUE(p.ok) << method;
-    EXPECT_EQ(p.tree, "RIFF(WAVE)@0+54[fmt @12+8 data@28+4 LIST(INFO)@40+14[INAM@52+2 ] ] ") << method;
-  }
+  for (auto method : {tolvin::IFF_LOAD_WHOLE_FILE, tolvin::IFF_LOAD_MEMORY_MAP, tolvin::IFF_LOAD_STREAM})
+    EXPECT_EQ(parse(kWave, method).tree, "RIFF(WAVE)@0+54[fmt @12+8 data@28+4 LIST(INFO)@40+14[INAM@52+2 ] ] ");
   IFFTree memory(reinterpret_cast<const uint8_t*>(kWave.data()), kWave.size());
   ASSERT_TRUE(memory.process(tolvin::IFF_LOAD_MEMORY));
   IFFTree virtualTree(new MemoryFile(kWave), true);
@@ -91,7 +87,29 @@ TEST(ChunkTree, EveryLoadMethodBuildsTheSameTreeAndBodies) {
   EXPECT_FALSE(memory.ReleaseChunkPtr(memory.GetChunkPtr(data, false)));  // memory is never released
 }
 
+// Small chunks are read past and large ones seeked over; either way every
+// node lands where its header is, and a last chunk running past the end of
+// the file still parses, its body refused.
+TEST(ChunkTree, SmallAndLargeChunksKeepTheirOffsets) {
+  TempDir dir;
+  const std::string big(5000, 'b');
+  std::string file = riff::list("RIFF", "TEST", riff::chunk("aaaa", "xyz") + riff::chunk("bigc", big) +
+                                                    riff::list("LIST", "sub ", riff::chunk("cccc", std::string(4096, 'c'))) +
+                                                    riff::chunk("last", "12345678"));
+  file.replace(file.size() - 12, 4, riff::le32(0x10000));
+  writeFile(dir.file("t.riff"), file);
+  IFFTree tree(dir.file("t.riff"), nullptr);
+  ASSERT_TRUE(tree.process(tolvin::IFF_LOAD_STREAM));
+  EXPECT_EQ(shape(tree.root.get()),
+            "RIFF(TEST)@0+9156[aaaa@12+4 bigc@24+5000 LIST(sub )@5032+4108[cccc@5044+4096 ] last@9148+65536 ] ");
+  const IFFTreeNode* top = tree.root->children[0].get();
+  tolvin::ChunkBody body(tree, top->children[1].get());
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(body.data()), body.size()), big);
+  EXPECT_FALSE(tolvin::ChunkBody(tree, top->children[3].get()).valid());
+}
+
 TEST(ChunkTree, EveryMagicHasItsLayout) {
+  const std::string caf = riff::Body().be16(1).be16(0).text("desc").be64(3).text("abc");
   const struct {
     const char* what;
     std::string bytes;
@@ -101,32 +119,30 @@ TEST(ChunkTree, EveryMagicHasItsLayout) {
       {"FORM", riff::listBE("FORM", "AIFF", riff::chunkBE("COMM", "ab")), "FORM(AIFF)@0+14[COMM@12+2 ] "},
       {"CAT", riff::listBE("CAT ", std::string(4, '\0'), ""), "CAT (NULL)@0+4 "},
       {"LIST", riff::listBE("LIST", std::string("ab\0d", 4), ""), "LIST(ab)@0+4 "},
-      {"RF64", std::string("RF64") + riff::Body().u64(18).text("WAVE").text("ab12").u64(1).text("z").u8(0).bytes(),
-       "RF64@0+18 "},  // RF64 is a 64-bit-size layout, not a container,
-      {"Wave64", std::string("riff") + std::string(12, 'g') + riff::Body().u64(66).bytes() + "wave" +
-                     std::string(12, 'g') + "data" + std::string(12, 'g') + riff::Body().u64(24 + 2).bytes() + "hi",
+      // RF64 is a 64-bit-size layout, not a container.
+      {"RF64", "RF64" + riff::Body().u64(18).text("WAVEab12").u64(1).text("z").u8(0).bytes(), "RF64@0+18 "},
+      {"Wave64", "riff" + std::string(12, 'g') + riff::Body().u64(66).bytes() + "wave" + std::string(12, 'g') + "data" +
+                     std::string(12, 'g') + riff::Body().u64(24 + 2).bytes() + "hi",
        "riff(wave)@0+42[data@40+2 ] "},
-      {"CAF", std::string("caff") + riff::Body().be16(1).be16(0).bytes() + "desc" + riff::Body().be64(3).bytes() + "abc",
-       "caff@0+23[desc@8+3 ] "},
-      {"MIDI", std::string("MThd") + riff::Body().be32(6).be16(0).be16(1).be16(96).bytes() + "MTrk" +
-                   riff::Body().be32(1).bytes() + "z",
+      {"caff", "caff" + caf, "caff@0+23[desc@8+3 ] "},
+      {"CAF", "CAF " + caf, "caff@0+23[desc@8+3 ] "},
+      {"MIDI", "MThd" + riff::Body().be32(6).be16(0).be16(1).be16(96).text("MTrk").be32(1).text("z").bytes(),
        "MIDI@0+23[MThd@0+6 MTrk@14+1 ] "},
-      {"NSFE", std::string("NSFE") + riff::Body().u32(3).text("INFO").text("abc").u32(0).text("NEND").text("junk").bytes(),
-       "EFSN@0+27[INFO@4+3 ] "},
+      {"NSFE", "NSFE" + riff::Body().u32(3).text("INFOabc").u32(0).text("NENDjunk").bytes(), "EFSN@0+27[INFO@4+3 ] "},
       {"RIFF with a trailing chunk", riff::list("RIFF", "WAVE", "") + riff::chunk("junk", "ab"),
        "RIFF(WAVE)@0+4 junk@12+2 "},
       {"zero byte inside an id", riff::list("RIFF", "WAVE", riff::chunk(std::string("ab\0d", 4), "")),
        "RIFF(WAVE)@0+12[ab@12+0 ] "},
   };
   for (const auto& c : cases) {
-    Parsed p = parse(c.bytes);
+    const Parsed p = parse(c.bytes);
     EXPECT_TRUE(p.ok) << c.what << p.console;
     EXPECT_EQ(p.tree, c.tree) << c.what;
   }
 }
 
 TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
-  const std::string riffHead = riff::list("RIFF", "WAVE", "").substr(0, 12);
+  const std::string noSpace = "Not enough space in real file for new chunks!!\n";
   const struct {
     const char* what;
     std::string bytes;
@@ -135,29 +151,26 @@ TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
       {"empty", "", ""},
       {"three bytes", "RIF", ""},
       {"unknown magic", "OggS and more", "Not an IFF-like file\n"},
-      {"id cut short", riff::chunk("RIFF", "WAVEab"), "Not enough space in real file for new chunks!!\n"},
+      {"id cut short", riff::chunk("RIFF", "WAVEab"), noSpace},
       {"size cut short", riff::chunk("RIFF", "WAVEabcd\1\0"), "Tree Error2\n"},
-      {"64-bit size cut short", std::string("RF64") + "\1\2\3", "Tree Error3\n"},
+      {"64-bit size cut short", "RF64\1\2\3", "Tree Error3\n"},
       {"form type cut short", riff::chunk("RIFF", std::string("WAVELIST\4\0\0\0in", 14)), "Tree Error4\n"},
-      {"stray bytes after the top container", riff::list("RIFF", "WAVE", "") + "ab",
-       "Not enough space in real file for new chunks!!\n"},
-      {"chunk past the end before another", riffHead.substr(0, 4) + riff::le32(200) + "WAVE" + "data" +
-                                                riff::le32(100) + "xy",
-       "Not enough space in real file for new chunks!!\n"},
+      {"one stray byte after the top container", riff::list("RIFF", "WAVE", "") + "a", noSpace},
+      {"one byte after a CAF header", "caff" + riff::Body().be32(1).text("x").bytes(), noSpace},
+      {"size-first id cut short", "NSFE" + riff::Body().u32(3).text("IN").bytes(), noSpace},
+      {"chunk past the end before another", "RIFF" + riff::le32(200) + "WAVEdata" + riff::le32(100) + "xy", noSpace},
   };
   for (const auto& c : cases) {
-    Parsed p = parse(c.bytes);
+    const Parsed p = parse(c.bytes);
     EXPECT_FALSE(p.ok) << c.what;
     EXPECT_EQ(p.console, c.console) << c.what;
   }
   TempDir dir;
-  // Whole-file loads see only the file's bytes, never their slack, and a
-  // folder is refused before anything is allocated for it.
+  // Whole-file loads see only the file's bytes, and a folder is refused.
   writeFile(dir.file("tiny"), "RIF");
   for (auto method : {tolvin::IFF_LOAD_WHOLE_FILE, tolvin::IFF_LOAD_MEMORY_MAP, tolvin::IFF_LOAD_STREAM}) {
-    IFFTree tiny(dir.file("tiny"), nullptr);
+    IFFTree tiny(dir.file("tiny"), nullptr), folder(dir.path(), nullptr);
     EXPECT_EQ(captureStdout([&] { EXPECT_FALSE(tiny.process(method)); }), "") << method;
-    IFFTree folder(dir.path(), nullptr);
     captureStdout([&] { EXPECT_FALSE(folder.process(method)); });
   }
   IFFTree missing(dir.file("nothing"), nullptr);
@@ -166,10 +179,8 @@ TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
 
 TEST(ChunkTree, HostileSizesAndNestingNeitherAllocateNorOverflow) {
   // A last chunk declaring 4 GB is kept with that size; its body is refused.
-  const std::string huge = riff::list("RIFF", "WAVE", "").substr(0, 4) + riff::le32(0xFFFFFFECu) + "WAVE" + "data" +
-                           riff::le32(0xFFFFFFE0u) + "abc";
   TempDir dir;
-  writeFile(dir.file("huge"), huge);
+  writeFile(dir.file("huge"), "RIFF" + riff::le32(0xFFFFFFECu) + "WAVEdata" + riff::le32(0xFFFFFFE0u) + "abc");
   IFFTree tree(dir.file("huge"), nullptr);
   ASSERT_TRUE(tree.process(tolvin::IFF_LOAD_STREAM));
   const IFFTreeNode* data = tree.root->children[0]->findFirstChild("data");
@@ -178,9 +189,28 @@ TEST(ChunkTree, HostileSizesAndNestingNeitherAllocateNorOverflow) {
   EXPECT_EQ(tree.GetChunkPtr(data, false), nullptr);
 
   // Lists nested tens of thousands deep are refused rather than recursed into.
-  std::string nested;
+  std::string nested = "RIFF" + riff::le32(0x7FFFFFF0u) + "TEST";
   for (int i = 0; i < 50000; ++i) nested += "LIST" + riff::le32(0x7FFFFFF0u) + "deep";
-  Parsed p = parse(riff::list("RIFF", "TEST", "").substr(0, 4) + riff::le32(0x7FFFFFF0u) + "TEST" + nested);
+  const Parsed p = parse(nested);
   EXPECT_FALSE(p.ok);
   EXPECT_EQ(p.console, "Tree Error: chunks nested too deeply\n");
+}
+
+TEST(ByteReader, ReadsPastTheEndGiveZeroAndMarkTheReader) {
+  const tolvin::ByteReader reader("ab\0d", 4);
+  EXPECT_EQ(reader.text(0, 4), "ab");
+  EXPECT_FALSE(reader.wentShort());  // stopped by the NUL
+  EXPECT_EQ(reader.text(3, 0), "");
+  EXPECT_FALSE(reader.wentShort());
+  const tolvin::ByteReader atEnd("abcd", 4), pastEnd("abcd", 4), cut("abcd", 4);
+  EXPECT_EQ(atEnd.text(4, 1), "");
+  EXPECT_TRUE(atEnd.wentShort());
+  EXPECT_EQ(pastEnd.text(9, 1), "");
+  EXPECT_TRUE(pastEnd.wentShort());
+  EXPECT_EQ(cut.text(2, 3), "cd");
+  EXPECT_TRUE(cut.wentShort());
+  EXPECT_EQ(cut.u32(1), 0u);
+  EXPECT_EQ(cut.u16(2), 0x6463u);
+  EXPECT_EQ(cut.sub(1, 4).size(), 0u);
+  EXPECT_EQ(cut.bytes(0, 5), nullptr);
 }

@@ -12,9 +12,7 @@
 
 using namespace testsupport;
 
-namespace {
-std::string le32(uint32_t v) { return riff::le32(v); }
-}  // namespace
+using riff::le32;
 
 TEST(WaveWriter, HeaderFormatAndDataSizesArePatchedOnFinalize) {
   TempDir dir;
@@ -142,15 +140,17 @@ TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas)
     writer.writeData("ab", 2);  // still in the stream's buffer when the copy starts
     EXPECT_EQ(writer.copyData(source, 3, pool.size() - 13), pool.size() - 13);
     writer.writeData("cd", 2);
-    // A piece the source cannot give whole is not written at all.
+    // A piece the source cannot give whole is not written at all; a single
+    // byte is copied like any other piece.
     EXPECT_EQ(writer.copyData(source, pool.size() - 4, 100), 0u);
+    EXPECT_EQ(writer.copyData(source, 1, 1), 1u);
     EXPECT_FALSE(writer.writeFailed());
   }
   std::fclose(file);
   EXPECT_EQ(::lseek(source, 0, SEEK_CUR), 5);
   ::close(source);
 
-  const std::string expected = "ab" + pool.substr(3, pool.size() - 13) + "cd";
+  const std::string expected = "ab" + pool.substr(3, pool.size() - 13) + "cd" + pool.substr(1, 1);
   const std::string bytes = readFile(dir.file("a.wav"));
   ASSERT_EQ(bytes.size(), 44 + expected.size());
   EXPECT_EQ(bytes.substr(40, 4), le32(static_cast<uint32_t>(expected.size())));

@@ -5,7 +5,7 @@ set -euo pipefail
 
 # mandoc and man-db lint and render the manual page; dpkg-dev computes the
 # Debian package's dependencies (dpkg-shlibdeps).
-packages=(cmake g++ make pkg-config libgtest-dev libsndfile1-dev
+packages=(cmake g++ make pkg-config python3 libgtest-dev libsndfile1-dev
           fluid-soundfont-gm timgm6mb-soundfont opl3-soundfont time
           clang libclang-rt-14-dev mandoc man-db dpkg-dev)
 missing=()

@@ -26,27 +26,19 @@ struct Gen {
   uint16_t oper = 0;
   uint16_t amount = 0;  // the raw 16 bits: signed amount, or lo | hi << 8
 };
-
-// A generator with a signed amount.
 inline Gen gen(uint16_t oper, int amount) { return Gen{oper, static_cast<uint16_t>(amount)}; }
 // A range generator (keyRange 43, velRange 44).
-inline Gen range(uint16_t oper, uint8_t lo, uint8_t hi) {
-  return Gen{oper, static_cast<uint16_t>(lo | (hi << 8))};
-}
+inline Gen range(uint16_t oper, uint8_t lo, uint8_t hi) { return Gen{oper, static_cast<uint16_t>(lo | (hi << 8))}; }
 
 struct Mod {
-  uint16_t src = 0;
-  uint16_t dest = 0;
+  uint16_t src = 0, dest = 0;
   int16_t amount = 0;
-  uint16_t amtSrc = 0;
-  uint16_t trans = 0;
+  uint16_t amtSrc = 0, trans = 0;
 };
-
 // Modulator source word: index, CC flag, direction, polarity, type.
-inline uint16_t source(unsigned index, bool cc, bool direction = false, bool polarity = false,
-                       unsigned type = 0) {
-  return static_cast<uint16_t>((index & 0x7F) | (cc ? 0x80 : 0) | (direction ? 0x100 : 0) |
-                               (polarity ? 0x200 : 0) | ((type & 0x3F) << 10));
+inline uint16_t source(unsigned index, bool cc, bool direction = false, bool polarity = false, unsigned type = 0) {
+  return static_cast<uint16_t>((index & 0x7F) | (cc ? 0x80 : 0) | (direction ? 0x100 : 0) | (polarity ? 0x200 : 0) |
+                               ((type & 0x3F) << 10));
 }
 
 struct Zone {
@@ -56,36 +48,26 @@ struct Zone {
   std::vector<Gen> gens;
   std::vector<Mod> mods;
 };
-
 struct Instrument {
   std::string name;
   std::vector<Zone> zones;
 };
-
 struct Preset {
   std::string name;
-  uint16_t program = 0;
-  uint16_t bank = 0;
+  uint16_t program = 0, bank = 0;
   std::vector<Zone> zones;
 };
-
 struct Sample {
   std::string name;
-  uint32_t start = 0;
-  uint32_t end = 0;
-  uint32_t loopStart = 0;
-  uint32_t loopEnd = 0;
-  uint32_t rate = 44100;
+  uint32_t start = 0, end = 0, loopStart = 0, loopEnd = 0, rate = 44100;
   uint8_t key = 60;
   int8_t correction = 0;
-  uint16_t link = 0;
-  uint16_t type = 1;  // mono
+  uint16_t link = 0, type = 1;  // mono
 };
 
 class Bank {
  public:
-  uint16_t major = 2;
-  uint16_t minor = 1;
+  uint16_t major = 2, minor = 1;
   // INFO sub-chunks after "ifil", in order (id, text). Texts get a NUL.
   std::vector<std::pair<std::string, std::string>> info{{"INAM", "Test Bank"}};
   std::string pool;                      // the "smpl" body (16-bit samples)
@@ -94,16 +76,15 @@ class Bank {
   std::vector<Instrument> instruments;
   std::vector<Preset> presets;
   std::string formType = "sfbk";
-
-  // Raw replacement bodies and chunks to leave out, by chunk id
-  // ("phdr", "smpl", "ifil", ... and "INFO", "sdta", "pdta" for the lists).
+  // Raw replacement bodies and chunks to leave out, by chunk id ("phdr",
+  // "smpl", "ifil", ... and "INFO", "sdta", "pdta" for the lists).
   std::map<std::string, std::string> replace;
   std::set<std::string> omit;
 
   // 16-bit samples appended to the pool; returns the index of the first one.
   uint32_t addSamples(const std::vector<int16_t>& values) {
-    uint32_t first = static_cast<uint32_t>(pool.size() / 2);
-    for (int16_t v : values) pool += std::string(riff::Body().i16(v));
+    const uint32_t first = static_cast<uint32_t>(pool.size() / 2);
+    for (int16_t v : values) pool += riff::Body().i16(v).bytes();
     return first;
   }
 
@@ -111,15 +92,11 @@ class Bank {
     riff::Body b;
     uint16_t bag = 0;
     for (const Preset& p : presets) {
-      b.fixed(p.name, 20).u16(p.program).u16(p.bank).u16(bag).u32(0).u32(0).u32(0);
+      b.fixed(p.name, 20).u16(p.program).u16(p.bank).u16(bag).zeros(12);
       bag = static_cast<uint16_t>(bag + p.zones.size());
     }
-    b.fixed("EOP", 20).u16(0).u16(0).u16(bag).u32(0).u32(0).u32(0);
-    return b;
+    return b.fixed("EOP", 24).u16(bag).zeros(12);
   }
-  std::string pbag() const { return bags(presetZones()); }
-  std::string pmod() const { return mods(presetZones()); }
-  std::string pgen() const { return gens(presetZones()); }
   std::string inst() const {
     riff::Body b;
     uint16_t bag = 0;
@@ -127,34 +104,31 @@ class Bank {
       b.fixed(i.name, 20).u16(bag);
       bag = static_cast<uint16_t>(bag + i.zones.size());
     }
-    b.fixed("EOI", 20).u16(bag);
-    return b;
+    return b.fixed("EOI", 20).u16(bag);
   }
-  std::string ibag() const { return bags(instrumentZones()); }
-  std::string imod() const { return mods(instrumentZones()); }
-  std::string igen() const { return gens(instrumentZones()); }
   std::string shdr() const {
     riff::Body b;
     for (const Sample& s : samples) sampleRecord(b, s);
     sampleRecord(b, Sample{"EOS", 0, 0, 0, 0, 0, 0, 0, 0, 0});
     return b;
   }
+  std::string pbag() const { return bags(zonesOf(presets)); }
+  std::string pmod() const { return mods(zonesOf(presets)); }
+  std::string pgen() const { return gens(zonesOf(presets)); }
+  std::string ibag() const { return bags(zonesOf(instruments)); }
+  std::string imod() const { return mods(zonesOf(instruments)); }
+  std::string igen() const { return gens(zonesOf(instruments)); }
 
   std::string bytes() const {
-    std::string infoChunks =
-        chunk("ifil", riff::Body().u16(major).u16(minor));
+    std::string infoChunks = chunk("ifil", riff::Body().u16(major).u16(minor));
     for (const auto& entry : info) infoChunks += chunk(entry.first, entry.second + std::string(1, '\0'));
-    std::string sdta = chunk("smpl", pool);
-    if (!sampleNames.empty()) {
-      riff::Body names;
-      for (const std::string& n : sampleNames) names.fixed(n, 20);
-      sdta += chunk("snam", names);
-    }
-    std::string pdta = chunk("phdr", phdr()) + chunk("pbag", pbag()) + chunk("pmod", pmod()) +
-                       chunk("pgen", pgen()) + chunk("inst", inst()) + chunk("ibag", ibag()) +
-                       chunk("imod", imod()) + chunk("igen", igen()) + chunk("shdr", shdr());
-    return riff::list("RIFF", formType,
-                      list("INFO", infoChunks) + list("sdta", sdta) + list("pdta", pdta));
+    riff::Body names;
+    for (const std::string& n : sampleNames) names.fixed(n, 20);
+    const std::string sdta = chunk("smpl", pool) + (sampleNames.empty() ? "" : chunk("snam", names));
+    const std::string pdta = chunk("phdr", phdr()) + chunk("pbag", pbag()) + chunk("pmod", pmod()) +
+                             chunk("pgen", pgen()) + chunk("inst", inst()) + chunk("ibag", ibag()) +
+                             chunk("imod", imod()) + chunk("igen", igen()) + chunk("shdr", shdr());
+    return riff::list("RIFF", formType, list("INFO", infoChunks) + list("sdta", sdta) + list("pdta", pdta));
   }
 
  private:
@@ -168,9 +142,6 @@ class Bank {
     auto replaced = replace.find(type);
     return riff::list("LIST", type, replaced != replace.end() ? replaced->second : children);
   }
-
-  std::vector<const Zone*> presetZones() const { return zonesOf(presets); }
-  std::vector<const Zone*> instrumentZones() const { return zonesOf(instruments); }
   template <typename Owner>
   static std::vector<const Zone*> zonesOf(const std::vector<Owner>& owners) {
     std::vector<const Zone*> zones;
@@ -186,22 +157,19 @@ class Bank {
       g = static_cast<uint16_t>(g + z->gens.size());
       m = static_cast<uint16_t>(m + z->mods.size());
     }
-    b.u16(g).u16(m);
-    return b;
+    return b.u16(g).u16(m);
   }
   static std::string gens(const std::vector<const Zone*>& zones) {
     riff::Body b;
     for (const Zone* z : zones)
       for (const Gen& g : z->gens) b.u16(g.oper).u16(g.amount);
-    b.u32(0);
-    return b;
+    return b.u32(0);
   }
   static std::string mods(const std::vector<const Zone*>& zones) {
     riff::Body b;
     for (const Zone* z : zones)
       for (const Mod& m : z->mods) b.u16(m.src).u16(m.dest).i16(m.amount).u16(m.amtSrc).u16(m.trans);
-    b.zeros(10);
-    return b;
+    return b.zeros(10);
   }
   static void sampleRecord(riff::Body& b, const Sample& s) {
     b.fixed(s.name, 20).u32(s.start).u32(s.end).u32(s.loopStart).u32(s.loopEnd).u32(s.rate);

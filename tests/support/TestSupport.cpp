@@ -1,6 +1,5 @@
 #include "tests/support/TestSupport.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sndfile.h>
 #include <sys/resource.h>
@@ -14,7 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <regex>
 #include <stdexcept>
 
 namespace testsupport {
@@ -52,13 +51,8 @@ bool exists(const std::string& path) {
 
 std::vector<std::string> listDir(const std::string& path) {
   std::vector<std::string> names;
-  DIR* dir = ::opendir(path.c_str());
-  if (!dir) return names;
-  while (dirent* entry = ::readdir(dir)) {
-    std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(name);
-  }
-  ::closedir(dir);
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(path, error)) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -151,26 +145,46 @@ std::string chunkText(const std::string& bytes, const Chunk* chunk) {
 }
 
 std::string cleanName(std::string name, bool trim) {
-  if (trim) {
-    while (!name.empty() && static_cast<unsigned char>(name.back()) <= 32) name.pop_back();
-    while (!name.empty() && static_cast<unsigned char>(name.front()) <= 32) name.erase(0, 1);
-  }
+  auto blank = [](char c) { return static_cast<unsigned char>(c) <= 32; };
+  while (trim && !name.empty() && blank(name.back())) name.pop_back();
+  while (trim && !name.empty() && blank(name.front())) name.erase(0, 1);
   for (char& c : name)
     if (c != '\0' && std::strchr("\\/*?><|: ", c)) c = '_';
   return name;
 }
 
 std::string maskLines(const std::string& text, const std::string& prefix) {
-  std::istringstream in(text);
-  std::string line, masked;
-  bool first = true;
-  while (std::getline(in, line)) {
-    if (!first) masked += "\n";
-    first = false;
-    masked += line.compare(0, prefix.size(), prefix) == 0 ? prefix : line;
-  }
-  if (!text.empty() && text.back() == '\n') masked += "\n";
+  std::string masked = text;
+  for (size_t at = masked.find(prefix); at != std::string::npos; at = masked.find(prefix, at + 1))
+    if (at == 0 || masked[at - 1] == '\n') masked.erase(at + prefix.size(), masked.find('\n', at) - at - prefix.size());
   return masked;
+}
+
+bool hasDateLine(const std::string& text, const std::string& prefix) {
+  static const std::regex date("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}");
+  const size_t at = text.find(prefix);
+  if (at == std::string::npos) return false;
+  const size_t from = at + prefix.size();
+  return std::regex_match(text.substr(from, text.find('\n', from) - from), date);
+}
+
+std::string dataFile(const std::string& name) {
+  const std::string text = readFile(std::string(SORVANE_SOURCE_DIR) + "/tests/data/" + name);
+  if (text.empty()) throw std::runtime_error("missing test data " + name);
+  return text;
+}
+
+std::string replaceAll(std::string text, const std::string& from, const std::string& to) {
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+    text.replace(at, from.size(), to);
+  return text;
+}
+
+std::string section(const std::string& text, const std::string& start, const std::string& end) {
+  const size_t from = text.find(start);
+  if (from == std::string::npos) return "";
+  const size_t to = text.find(end, from + start.size());
+  return text.substr(from, to == std::string::npos ? std::string::npos : to - from);
 }
 
 }  // namespace testsupport

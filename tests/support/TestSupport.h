@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <iostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -40,7 +42,18 @@ std::vector<std::string> listDir(const std::string& path);
 
 // Runs `body` in-process with standard output captured; returns what it printed.
 template <typename Body>
-std::string captureStdout(Body body);
+std::string captureStdout(Body body) {
+  std::ostringstream captured;
+  std::streambuf* previous = std::cout.rdbuf(captured.rdbuf());
+  try {
+    body();
+  } catch (...) {
+    std::cout.rdbuf(previous);
+    throw;
+  }
+  std::cout.rdbuf(previous);
+  return captured.str();
+}
 
 bool contains(const std::string& text, const std::string& part);
 // The little-endian 32-bit value at `offset`; 0 when it runs past the end.
@@ -71,7 +84,15 @@ std::string cleanName(std::string name, bool trim);
 // Replaces the text of every line that starts with `prefix` by the prefix
 // alone, so that lines carrying the conversion date compare equal.
 std::string maskLines(const std::string& text, const std::string& prefix);
+// Whether the line after `prefix` has the shape of a date ("Mon Nov 23 13:05:09 2026").
+bool hasDateLine(const std::string& text, const std::string& prefix);
+
+// A hand-written expected file under tests/data/.
+std::string dataFile(const std::string& name);
+// `text` with every `from` replaced by `to`.
+std::string replaceAll(std::string text, const std::string& from, const std::string& to);
+// The part of `text` from the first `start` up to (not including) the next
+// `end` after it, or to its end; "" without `start`.
+std::string section(const std::string& text, const std::string& start, const std::string& end);
 
 }  // namespace testsupport
-
-#include "tests/support/CaptureStdout.h"

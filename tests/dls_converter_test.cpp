@@ -1,0 +1,228 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "tests/support/DlsRun.h"
+
+using namespace testsupport;
+using namespace dls;
+
+namespace {
+
+const char kDate[] = "// Conversion Date  : ";
+
+// The size field of the last "data" chunk (the file's last) made to run far past the end.
+std::string dataPastTheEnd(std::string bytes) {
+  bytes.replace(bytes.rfind("data") + 4, 4, riff::le32(0x100000));
+  return bytes;
+}
+
+}  // namespace
+
+// The layout of a whole instrument file: header with the collection's and
+// the instrument's texts, control and global sections, connections, regions.
+TEST(DLSInstrumentFile, MatchesTheHandWrittenFile) {
+  TempDir dir;
+  Collection c;
+  std::vector<std::pair<std::string, std::string>> texts;
+  for (const char* id : {"ISFT", "ISBJ", "IPRD", "IMED", "IKEY", "IGNR", "IENG", "ICRD", "ICOP", "ICMT", "ICMS",
+                         "IART", "IARL", "INAM", "IXYZ"})
+    texts.push_back({id, std::string("text of ") + id});
+  c.info = info(texts);
+  c.version(0x00010002, 0x0003000a);
+  c.addWave(wave(fmt(1, 22050, 16), pcm16(ramp(400)), info({{"INAM", "Soft Piano: C4"}}) + wsmp({})));
+  c.addWave(wave(fmt(2, 11025, 8), std::string(100, '\x80')));
+  Instrument piano;
+  piano.program = 5;
+  piano.infoList = info({{"ICMT", "warm"}, {"INAM", "Grand Piano"}});
+  piano.articulation = lart({{0, 0, 0x0206, 0, 0}});
+  Sampling tuning;
+  tuning.fineTune = -3;
+  tuning.attenuation = -655360;
+  tuning.loops = {{1, 100, 50}};
+  piano.regions = {region(rgnh(0, 63, 0, 127, 2) + wlnk(0) + wsmp(tuning) + lar2({{0x0001, 0x0081, 0x0003, 0, 50 * 65536}})),
+                   region(rgnh(64, 127, 0, 127) + wlnk(1), "rgn2")};
+  c.addInstrument(piano);
+  Instrument drums;
+  drums.bank = 0x80000000;
+  drums.regions = {fullRegion(0, wsmp({}))};
+  c.addInstrument(drums);
+
+  writeFile(dir.file("My Bank.dls"), c.bytes());
+  ::mkdir(dir.file("out").c_str(), 0755);
+  const RunResult run = runSorvane({dir.file("My Bank.dls"), dir.file("out"), dir.file("results.txt")});
+  const std::string folder = dir.file("out/My_Bank_dls");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.out.substr(run.out.rfind('*') + 2), "No smpl/wsmpl info for:" + folder +
+                                                      "/samples/UNKNOWN_0.wav\nERROR unimplemented taking "
+                                                      "defaults from wave itself\n");
+  EXPECT_EQ(readFile(dir.file("results.txt")), folder + "/Bank_00000000/005_Grand_Piano.sfz");
+  const std::string text = readFile(folder + "/Bank_00000000/005_Grand_Piano.sfz");
+  EXPECT_TRUE(hasDateLine(text, kDate));
+  EXPECT_EQ(maskLines(text, kDate), dataFile("dls_instrument.sfz"));
+  // A drum bank's folder; no instrument texts; an unlooped region.
+  const std::string drumText = readFile(folder + "/Bank_80000000/000_UNNAMED.sfz");
+  EXPECT_TRUE(contains(drumText, "\n\n// \n// MIDI Bank        : 2147483648\n// MIDI Instrument  : 0\n"));
+  EXPECT_TRUE(contains(drumText, " volume=0\n loop_mode=no_loop\n\n\n"));
+}
+
+TEST(DLSCollection, StructureProblemsAreReportedAndOtherInstrumentsGoOn) {
+  TempDir dir;
+  Collection c = oneWave("");
+  c.form = "MLS ";
+  Instrument noHeader, noRegions, odd;
+  noHeader.withInsh = false;
+  noHeader.name = "Lost";
+  noRegions.name = "Cut";
+  noRegions.withRegionList = false;
+  odd.program = 2;
+  odd.name = "Odd";
+  odd.regions = {riff::chunk("cdl ", "ab")};
+  c.addInstrument(noHeader).addInstrument(noRegions).addInstrument(odd);
+  const Conversion run = convertIn(dir, c.bytes(), "kit.mls");
+  EXPECT_EQ(run.console, "MLS format!\nNo smpl/wsmpl info for:" + dir.file("out/kit_mls/samples/w.wav") +
+                             "\nError no lrgn!\nodd lrng childcdl \n");
+  EXPECT_EQ(listDir(dir.file("out/kit_mls/Bank_00000000")), (std::vector<std::string>{"000_Cut.sfz", "002_Odd.sfz"}));
+  // The unfinished file keeps what was written before the regions.
+  const std::string cut = readFile(dir.file("out/kit_mls/Bank_00000000/000_Cut.sfz"));
+  const std::string ending = " lfo02_freq=5.0  lfo02_delay=0.01\n\n";
+  EXPECT_EQ(cut.substr(cut.size() - ending.size()), ending);
+  EXPECT_EQ(run.result, dir.file("out/kit_mls/Bank_00000000/000_Cut.sfz"));
+  EXPECT_TRUE(run.severalInstruments);
+  EXPECT_EQ(run.filesWritten, 1u);  // the unfinished file is not counted
+
+  // Every collection extension reaches this converter, whatever its case.
+  for (const std::string name : {"a.Dlsc", "b.gig", "c.dlp", "d.xmf", "e.DLS"}) {
+    writeFile(dir.file(name), c.bytes());
+    EXPECT_EQ(runSorvane({dir.file(name), dir.file("out")}).err, "");
+    EXPECT_TRUE(exists(dir.file("out/" + name.substr(0, 1) + "_" + name.substr(2) + "/Bank_00000000/002_Odd.sfz")));
+  }
+  c.instruments.resize(2);
+  EXPECT_TRUE(convertIn(dir, c.bytes()).severalInstruments);
+  c.instruments.resize(1);
+  EXPECT_FALSE(convertIn(dir, c.bytes()).severalInstruments);
+  Collection empty;
+  EXPECT_EQ(convertIn(dir, empty.bytes(), "empty.dls").result, "");
+}
+
+TEST(DLSCollection, LargeInputsAndMissingOutputFolders) {
+  TempDir dir;
+  Collection c = oneWave();
+  Instrument instrument;
+  instrument.name = "Big";
+  instrument.regions = {fullRegion(0, wsmp({}))};
+  c.addInstrument(instrument);
+  // A sparse chunk after the collection takes the file just past 256 MiB.
+  const std::string bytes = c.bytes() + "JUNK" + riff::le32(0x10000000);
+  writeFile(dir.file("big.dls"), bytes);
+  ASSERT_EQ(::truncate(dir.file("big.dls").c_str(), 0x10000000), 0);
+  ::mkdir(dir.file("out").c_str(), 0755);
+  EXPECT_EQ(convert(dir.file("big.dls"), dir.file("out")).console, "");
+  EXPECT_TRUE(contains(readFile(dir.file("out/big_dls/Bank_00000000/000_Big.sfz")), "default_path=../samples/\nset_cc1=0 "));
+  ASSERT_EQ(::truncate(dir.file("big.dls").c_str(), 0x0FFFFFFF), 0);
+  EXPECT_EQ(convert(dir.file("big.dls"), dir.file("out")).console, "");
+  EXPECT_TRUE(contains(readFile(dir.file("out/big_dls/Bank_00000000/000_Big.sfz")), "/samples/\nhint_load_method=1\n"));
+
+  // Without the output folder only the collection folder is made: the waves
+  // cannot be written, the instruments still are.
+  writeFile(dir.file("small.dls"), c.bytes());
+  const Conversion lost = convert(dir.file("small.dls"), dir.file("missing"));
+  EXPECT_TRUE(contains(lost.console, "Not able to open output file ")) << lost.console;
+  EXPECT_EQ(listDir(dir.file("missing/small_dls")), (std::vector<std::string>{"Bank_00000000"}));
+  EXPECT_TRUE(exists(dir.file("missing/small_dls/Bank_00000000/000_Big.sfz")));
+}
+
+TEST(DLSBadInput, EveryFaultHasItsMessage) {
+  TempDir dir;
+  const std::string wave = dir.file("out/c_dls/samples/w.wav");
+  const std::string head = rgnh(0, 127, 0, 127) + wlnk(0);
+  auto withRegion = [](const std::string& chunks) { return oneRegion(wsmp({}), chunks); };
+  Collection shortInsh, shortVersion, shortTable = oneWave(), longCount = oneWave(), noColh = oneWave();
+  Collection noLins = oneWave(), notDls = oneWave();
+  Instrument shortHeader;
+  shortHeader.inshBody = std::string(8, '\0');
+  shortInsh.addInstrument(shortHeader);
+  shortVersion.vers = riff::chunk("vers", "abcd");
+  shortTable.withPoolTable = longCount.withPoolTable = false;
+  shortTable.extra = riff::chunk("ptbl", "abcd");
+  longCount.extra = riff::chunk("ptbl", riff::Body().u32(8).u32(5).u32(0));
+  noColh.withColh = false;
+  noLins.withInstrumentList = false;
+  notDls.form = "WAVE";
+  riff::Body oneLoopNoRecord;
+  oneLoopNoRecord.u32(20).u16(60).i16(0).i32(0).u32(0).u32(1);
+  riff::Body noBlockAlign;  // a stereo 16-bit format whose block align is 0
+  noBlockAlign.u16(1).u16(2).u32(8000).u32(0).u16(0).u16(16);
+  riff::Body oneBlock;
+  oneBlock.u16(0x0101).zeros(4104).u16(0x0000).zeros(100);
+  auto compressed = [&](const std::string& fmtChunk, const std::string& ewav) {
+    return oneWave(wsmp({}) + riff::chunk("ewav", ewav), fmtChunk, oneBlock.bytes()).bytes();
+  };
+  const struct {
+    const char* what;
+    std::string collection;
+    std::string message;
+    int frames = -1;  // what could be read is still written
+  } cases[] = {
+      {"not DLS", notDls.bytes(), "Not a DLS file!\n"},
+      {"no colh", noColh.bytes(), ""},
+      {"no lins", noLins.bytes(), "Bad lins chunk\n"},
+      {"region wsmp", withRegion(head + riff::chunk("wsmp", std::string(10, '\0'))),
+       "wsmp chunk too short, region left untuned\n"},
+      {"region loop", withRegion(head + riff::chunk("wsmp", oneLoopNoRecord)),
+       "wsmp chunk too short for its loop, region left unlooped\n"},
+      {"rgnh", withRegion(riff::chunk("rgnh", std::string(6, '\0')) + wlnk(0)),
+       "rgnh chunk too short, region left without ranges\n"},
+      {"wlnk", withRegion(riff::chunk("wlnk", "abcd")), "wlnk chunk too short, region left empty\n"},
+      {"insh", shortInsh.bytes(), "insh chunk too short, instrument skipped\n"},
+      {"vers", shortVersion.bytes(), "vers chunk too short\n"},
+      {"ptbl", shortTable.bytes(), "ptbl chunk too short, no wave can be found\n"},
+      {"ptbl count", longCount.bytes(), "ptbl chunk holds only 1 of its 5 cues\n"},
+      {"fmt", oneRegion("", wsmp({}), riff::chunk("fmt ", std::string(10, '\1'))),
+       "fmt chunk too short, wave skipped:" + wave + "\n"},
+      {"channels", oneRegion("", wsmp({}), fmt(0, 8000, 16)), "wave without channels or sample rate skipped:" + wave + "\n"},
+      {"rate", oneRegion(wsmp({}), wsmp({}), fmt(1, 0, 16)), "wave without channels or sample rate skipped:" + wave + "\n"},
+      {"art1", withRegion(head + riff::list("LIST", "lart", riff::chunk("art1", "abcd"))),
+       "art1 chunk too short, connections skipped\n"},
+      {"art2 count", withRegion(head + riff::list("LIST", "lar2", art("art2", {{}, {}}, 1000))),
+       "art2 chunk holds only 2 of its 1000 connections\n"},
+      {"smpl record", oneRegion(riff::chunk("smpl", riff::Body().zeros(28).u32(1).zeros(28))),
+       "smpl loop record past the end of its chunk, no loop written for:" + wave + "\n", 8},
+      {"wave wsmp", oneRegion(riff::chunk("wsmp", std::string(10, '\0'))),
+       "wsmp chunk too short, no loop written for:" + wave + "\n", 8},
+      {"wave loop", oneRegion(riff::chunk("wsmp", oneLoopNoRecord)),
+       "wsmp chunk too short for its loop, no loop written for:" + wave + "\n", 8},
+      {"ewav", compressed(fmt(2, 8000, 16), "ab"), "ewav chunk too short:" + wave + "\n"},
+      // One block expanded without room reserved for it.
+      {"expansion past the allocation", compressed(riff::chunk("fmt ", noBlockAlign), "abcd"), "alloc:0\n", 2048},
+      {"data", dataPastTheEnd(oneWave(wsmp({}), fmt(1, 8000, 16), pcm16(ramp(50))).bytes()),
+       "wave data runs past the end of the file:" + wave + "\n", 50},
+      {"compressed data", dataPastTheEnd(compressed(fmt(2, 8000, 16), "abcd")),
+       "wave data runs past the end of the file:" + wave + "\n"},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.what);
+    ::unlink(wave.c_str());
+    const Conversion run = convertIn(dir, item.collection);
+    EXPECT_TRUE(item.message.empty() ? run.console.empty() : contains(run.console, item.message)) << run.console;
+    EXPECT_EQ(item.frames < 0 || readWave(wave).frames == item.frames, true);
+  }
+}
+
+TEST(DLSRegions, TuningAndLoopLines) {
+  const struct {
+    Sampling sampling;
+    std::string lines, console;
+  } cases[] = {
+      {{61, 7, 3 * 655360, 0, {}}, " pitch_keycenter=61\n tune=7\n volume=3\n loop_mode=no_loop\n\n", ""},
+      {{60, 0, 0, 0, {{0, 10, 1}}}, " loop_start=10 loop_end=10\n loop_mode=loop_continuous\n\n", ""},
+      {{60, 0, 0, 0, {{1, 0, 0}}}, " loop_start=0 loop_end=4294967295\n loop_mode=loop_sustain\n\n", ""},
+      {{60, 0, 0, 0, {{2, 4, 4}}}, " loop_start=4 loop_end=7\n\n", "ERROR odd loop type:2\n"},
+      {{60, 0, 0, 0, {{0, 0, 1}, {0, 0, 1}}}, " volume=0\n\n", "Error, DLS 2.2 doesn't support more than ONE loop, not 2\n"},
+  };
+  for (const auto& c : cases) {
+    TempDir dir;
+    const Conversion run = convertIn(dir, oneRegion(wsmp({}), rgnh(0, 127, 0, 127) + wlnk(0) + wsmp(c.sampling)));
+    EXPECT_EQ(run.console, c.console);
+    EXPECT_TRUE(contains(readFile(dir.file("out/c_dls/Bank_00000000/000_UNNAMED.sfz")), c.lines)) << c.lines;
+  }
+}

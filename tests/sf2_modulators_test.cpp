@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/Sf2Run.h"
+
+using namespace testsupport;
+using namespace sf2build;
+
+namespace {
+
+Mod mod(uint16_t src, uint16_t dest, int16_t amount, uint16_t amtSrc = 0, uint16_t trans = 0) {
+  return Mod{src, dest, amount, amtSrc, trans};
+}
+
+// Converts preset "P" with these modulators in its zone and its instrument's.
+Conversion convertMods(const TempDir& dir, std::vector<Mod> presetMods, std::vector<Mod> instrumentMods) {
+  Bank bank = regionBank({});
+  bank.presets[0].zones[0].mods = std::move(presetMods);
+  bank.instruments[0].zones[0].mods = std::move(instrumentMods);
+  return convert(dir, bank.bytes());
+}
+
+}  // namespace
+
+TEST(SF2Modulators, RecordsAreNamedSkippedOrDumpedFieldByField) {
+  TempDir dir;
+  convertMods(dir,
+              {mod(0, 6, 1), mod(0, 8, 1), mod(0, 9, 1), mod(0, 34, 1), mod(0, 38, 1), mod(0, 15, 1),
+               mod(0, 16, 1), mod(source(10, true, false, true, 5), 17, 100, source(3, false, true, false, 2), 2)},
+              {mod(source(2, false), 8, -2400), mod(source(2, false), 8, 0), mod(source(0, false), 8, 7000),
+               mod(0, 9, 1), mod(0, 34, 1), mod(0, 38, 1), mod(0, 15, 1), mod(0, 16, 1),
+               mod(source(1, true), 56, -30)});
+  const std::string text = readFile(dir.file("out/000_P.sfz"));
+  EXPECT_TRUE(contains(text, "<master>\n/* vibLfoToPitch */\n/* initialFilterFc */\n/* initialFilterQ */\n"
+                             "/* chorusEffectsSend */\n/* reverbEffectsSend */\n"
+                             "/* TODO IMPLEMENT process_pmod pan\n"
+                             "ModSrcOper = Type(5) P(1) D(0) CC(1) index(10) ModAmount = 100\n"
+                             "ModAmtSrcOper Type(2) P(0) D(1) CC(0) index(3)\n"
+                             " ModTransOper = 2\n */\n/* NOP pgen(instrument)"))
+      << text;
+  EXPECT_TRUE(contains(text, "<region> //zone ibag:0\n cutoff_oncc131=-2400\n cutoff=7000\n"
+                             "/* chorusEffectsSend */\n/* reverbEffectsSend */\n"
+                             "/* TODO IMPLEMENT process_imod scaleTuning\n"
+                             " ModSrcOper = Type(0) P(0) D(0) CC(1) index(1) ModAmount = -30\n"
+                             "ModAmtSrcOper 0x0(No controller)\n ModTransOper = 0\n */\n/* NOP igen(sampleId)"))
+      << text;
+}
+
+TEST(SF2Modulators, VibratoAndCutoffSourcesAndTheUnimplemented) {
+  TempDir dir;
+  const Conversion run = convertMods(
+      dir, {},
+      {mod(source(1, true), 6, 50), mod(source(13, false), 6, 20), mod(source(5, false), 6, 1),
+       mod(source(3, false), 8, 1), mod(source(4, true), 8, 1)});
+  EXPECT_EQ(run.console, std::string(kExtracted) + "IMPLEMENT srcIndex : 5 for vibLfoToPitch srcCC=0\n"
+                                                   "IMPLEMENT srcIndex : 3 for initialFilterFc srcCC=0\n"
+                                                   "IMPLEMENT srcCC for initialFilterFc (index=4)\n");
+  EXPECT_TRUE(contains(readFile(dir.file("out/000_P.sfz")),
+                       " loop_start=100 loop_end=899\n lfo06_wave=0\n"
+                       " lfo06_pitch=0 lfo06_pitch_oncc1=0.5 lfo06_pitch_oncc129=0.2\n lfo06_freq=0\n\n"));
+}
+
+TEST(SF2Modulators, EveryPresetFileStartsItsCurvesAgain) {
+  TempDir dir;
+  Bank bank = regionBank({});
+  bank.presets.push_back({"Q", 1, 0, {Zone({gen(41, 0)})}});
+  convert(dir, bank.bytes());
+  for (const char* name : {"out/000_P.sfz", "out/001_Q.sfz"}) {
+    const std::string text = readFile(dir.file(name));
+    EXPECT_TRUE(contains(text, " sample=sf2_smpl.wav\n //8.4.2 MIDI Note-On Velocity to Filter Cutoff\n"));
+    EXPECT_TRUE(contains(text, " lfo06_pitch=0 lfo06_pitch_oncc129=50 lfo06_pitch_oncc1=50\n lfo06_freq=8.176\n"
+                               "\n amplitude_oncc11=100 amplitude_curvecc11=7\n"));
+    EXPECT_TRUE(contains(text, "\n<curve>//7 GMCurves::ConvaveLin\n v000=0 ")) << name;
+  }
+}

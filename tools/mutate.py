@@ -1,0 +1,285 @@
+#!/usr/bin/env python3
+"""Mutation check: how many small planted faults do the quick tests catch?
+
+Every place in the product code where one of these faults can be planted is
+listed, a fixed random sample of them is drawn, and each is planted alone
+into a scratch copy of the tree, which is rebuilt incrementally and tested
+with `ctest -LE integration`:
+
+  compare   a flipped comparison (< and <=, > and >=, == and !=)
+  constant  an integer constant one higher or one lower
+  delete    a statement removed
+  letter    one letter changed in a string (a message, an opcode)
+  negate    the condition of an if or while negated
+  return    a returned value replaced (true/false swapped, 0 and 1, else {})
+
+A fault that does not compile is left out of the share. The same seed and
+sample size draw the same faults as long as the product code is unchanged,
+so that runs before and after a change of the tests compare.
+
+  tools/mutate.py [--sample N] [--seed S] [--scratch DIR] [--only ID...] [--list]
+"""
+import argparse
+import os
+import random
+import re
+import signal
+import subprocess
+import sys
+import time
+
+PRODUCT_DIRS = ("source", "Converters", "SF2", "DLS", "ACID", "RIFF")
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+COMPARISON = re.compile(r"(?<=\s)(<=|>=|==|!=|<|>)(?=\s)")
+FLIPPED = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "=="}
+INTEGER = re.compile(r"(?<![\w.])(0[xX][0-9A-Fa-f]+|\d+)(?=[uUlL]*(?![\w.]))")
+CONDITION = re.compile(r"\b(?:if|while) \(")
+ASSIGNMENT = re.compile(r"(?<![=<>!])=(?!=)")  # an if with a declaration
+RETURN = re.compile(r"\breturn (.+);\s*$")
+NOT_A_STATEMENT = re.compile(
+    r"^\s*(return\b|using\b|namespace\b|struct\b|class\b|enum\b|typedef\b|case\b|default\b|"
+    r"public:|private:|protected:|static_assert\b|friend\b|template\b|extern\b|virtual\b|\}|\{)")
+DECLARATION = re.compile(
+    r"^\s*(?:(?:const|static|constexpr|inline|unsigned|auto|mutable)\s+)*[A-Za-z_][\w:]*"
+    r"(?:<[^;=]*>)?[\s*&]+[A-Za-z_]\w*\s*(?:[=;({\[,]|$)")
+DEFAULT_VALUES = {"nullptr", "{}", "std::string()", '""'}
+
+
+def code_mask(lines):
+    """Per line, a string of 'c' (code), 's' (inside a string literal) and
+    ' ' (comment, quote characters, preprocessor) for every character."""
+    masks, in_block = [], False
+    for line in lines:
+        mask = [" "] * len(line)
+        if not in_block and line.lstrip().startswith("#"):
+            masks.append("".join(mask))
+            continue
+        i, quote = 0, None
+        while i < len(line):
+            pair = line[i:i + 2]
+            if in_block:
+                if pair == "*/":
+                    in_block = False
+                    i += 1
+            elif quote:
+                if line[i] == "\\":
+                    mask[i] = mask[min(i + 1, len(line) - 1)] = "e"
+                    i += 1
+                elif line[i] == quote:
+                    quote = None
+                else:
+                    mask[i] = "s" if quote == '"' else "e"
+            elif pair == "//":
+                break
+            elif pair == "/*":
+                in_block = True
+                i += 1
+            elif line[i] in "\"'":
+                quote = line[i]
+            else:
+                mask[i] = "c"
+            i += 1
+        masks.append("".join(mask))
+    return masks
+
+
+def matching_paren(line, mask, open_at):
+    depth = 0
+    for i in range(open_at, len(line)):
+        if mask[i] != "c":
+            continue
+        depth += {"(": 1, ")": -1}.get(line[i], 0)
+        if depth == 0:
+            return i
+    return None
+
+
+def next_letter(c):
+    base = "a" if c.islower() else "A"
+    return chr((ord(c) - ord(base) + 1) % 26 + ord(base))
+
+
+def sites_in_line(line, mask):
+    """(kind, start, end, replacement) for every fault this line can carry."""
+    code = "".join(ch if m == "c" else " " for ch, m in zip(line, mask))
+    if not code.strip():
+        return
+    for m in COMPARISON.finditer(code):
+        yield "compare", m.start(), m.end(), FLIPPED[m.group(1)]
+    for m in INTEGER.finditer(code):
+        text = m.group(1)
+        value = int(text, 0) if not re.fullmatch(r"0\d+", text) else int(text, 8)
+        delta = 1 if value == 0 or m.start() % 2 else -1  # one fault per constant
+        new = hex(value + delta) if text.lower().startswith("0x") else str(value + delta)
+        yield "constant", m.start(), m.end(), new
+    for m in CONDITION.finditer(code):
+        close = matching_paren(line, mask, m.end() - 1)
+        if close is not None and not ASSIGNMENT.search(code[m.end():close]):
+            yield "negate", m.end(), close, "!(" + line[m.end():close] + ")"
+    ret = RETURN.search(code)
+    if ret:
+        value = line[ret.start(1):ret.end(1)].strip()
+        swap = {"true": "false", "false": "true", "0": "1", "1": "0"}
+        if value not in DEFAULT_VALUES:
+            yield "return", ret.start(1), ret.end(1), swap.get(value, "{}")
+    stripped = code.rstrip()
+    if (stripped.endswith(";") and not NOT_A_STATEMENT.match(code)
+            and not DECLARATION.match(code) and not re.search(r"= (default|delete);", code)
+            and code.count("(") == code.count(")") and code.count("{") == code.count("}")):
+        start = len(line) - len(line.lstrip())
+        yield "delete", start, len(stripped), ";"
+    # One letter per string literal: the middle one, not a printf conversion.
+    for m in re.finditer(r"s+", mask):
+        letters = [i for i in range(m.start(), m.end())
+                   if line[i].isalpha() and line[i - 1] != "%"]
+        if letters:
+            i = letters[len(letters) // 2]
+            yield "letter", i, i + 1, next_letter(line[i])
+
+
+def product_files(root):
+    out = subprocess.run(["git", "ls-files", "-co", "--exclude-standard", *PRODUCT_DIRS],
+                         cwd=root, capture_output=True, text=True, check=True).stdout
+    return sorted(f for f in out.split() if f.endswith((".cpp", ".h")))
+
+
+def all_sites(root):
+    sites = []
+    for path in product_files(root):
+        with open(os.path.join(root, path), encoding="utf-8") as f:
+            lines = f.read().split("\n")
+        for number, (line, mask) in enumerate(zip(lines, code_mask(lines)), 1):
+            for kind, start, end, new in sites_in_line(line, mask):
+                sites.append((path, number, kind, start, end, new))
+    return sites
+
+
+def describe(site):
+    path, number, kind, start, end, new = site
+    return f"{path}:{number} {kind}: -> {new.strip()[:60]!r}"
+
+
+def sync_tree(root, scratch):
+    """Copies the working tree into the scratch source folder, touching only
+    files whose content changed so that the rebuild stays incremental."""
+    out = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=root,
+                         capture_output=True, text=True, check=True).stdout
+    for path in out.split("\n"):
+        src = os.path.join(root, path)
+        if not path or not os.path.isfile(src):
+            continue
+        dst = os.path.join(scratch, path)
+        with open(src, "rb") as f:
+            data = f.read()
+        if os.path.isfile(dst):
+            with open(dst, "rb") as f:
+                if f.read() == data:
+                    continue
+        os.makedirs(os.path.dirname(dst), exist_ok=True)
+        with open(dst, "wb") as f:
+            f.write(data)
+
+
+def run(command, cwd, timeout):
+    """Exit status of `command`, or None when it ran out of time; a command
+    out of time is ended with everything it started."""
+    process = subprocess.Popen(command, cwd=cwd, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL, start_new_session=True)
+    try:
+        return process.wait(timeout=timeout)
+    except subprocess.TimeoutExpired:
+        os.killpg(process.pid, signal.SIGKILL)
+        process.wait()
+        return None
+
+
+def build(build_dir, jobs):
+    return run(["cmake", "--build", ".", "-j", str(jobs)], build_dir, 900) == 0
+
+
+def tests_pass(build_dir, jobs):
+    # The quick tests take seconds: a run that hangs counts as caught, as
+    # does one that fails.
+    return run(["ctest", "-LE", "integration", "-j", str(jobs), "--stop-on-failure"],
+               build_dir, 120) == 0
+
+
+def plant(src_dir, site):
+    path, number, kind, start, end, new = site
+    full = os.path.join(src_dir, path)
+    with open(full, encoding="utf-8") as f:
+        original = f.read()
+    lines = original.split("\n")
+    line = lines[number - 1]
+    lines[number - 1] = line[:start] + new + line[end:]
+    with open(full, "w", encoding="utf-8") as f:
+        f.write("\n".join(lines))
+    return full, original
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("--sample", type=int, default=220)
+    parser.add_argument("--seed", type=int, default=13)
+    parser.add_argument("--jobs", type=int, default=2)
+    parser.add_argument("--scratch", default="/tmp/sorvane-mutate")
+    parser.add_argument("--only", type=int, nargs="*", help="sample numbers to run alone")
+    parser.add_argument("--list", action="store_true", help="print the sample, run nothing")
+    args = parser.parse_args()
+
+    sites = all_sites(ROOT)
+    # The first N of one fixed shuffle: a larger sample extends a smaller one.
+    random.Random(args.seed).shuffle(sites)
+    sample = sites[:args.sample]
+    chosen = list(enumerate(sample, 1))
+    if args.only:
+        chosen = [(n, s) for n, s in chosen if n in args.only]
+    print(f"{len(sites)} places for a fault; sample {len(sample)} with seed {args.seed}")
+    if args.list:
+        for n, site in chosen:
+            print(f"#{n} {describe(site)}")
+        return 0
+
+    src_dir = os.path.join(args.scratch, "src")
+    build_dir = os.path.join(args.scratch, "build")
+    sync_tree(ROOT, src_dir)
+    if not os.path.isdir(build_dir):
+        subprocess.run(["cmake", "-S", src_dir, "-B", build_dir, "-DCMAKE_BUILD_TYPE=RelWithDebInfo"],
+                       stdout=subprocess.DEVNULL, check=True)
+    if not build(build_dir, args.jobs) or not tests_pass(build_dir, args.jobs):
+        print("the unchanged tree does not build or pass its tests")
+        return 1
+
+    caught, survived, stillborn = [], [], []
+    began = time.time()
+    # Grouped by file, so that one file is recompiled for a run of faults.
+    for n, site in sorted(chosen, key=lambda item: (item[1][0], item[1][1], item[0])):
+        full, original = plant(src_dir, site)
+        try:
+            if not build(build_dir, args.jobs):
+                stillborn.append((n, site))
+                verdict = "does not build"
+            elif tests_pass(build_dir, args.jobs):
+                survived.append((n, site))
+                verdict = "SURVIVED"
+            else:
+                caught.append((n, site))
+                verdict = "caught"
+        finally:
+            with open(full, "w", encoding="utf-8") as f:
+                f.write(original)
+        print(f"#{n} {verdict}: {describe(site)}", flush=True)
+    build(build_dir, args.jobs)
+
+    live = len(caught) + len(survived)
+    share = 100.0 * len(caught) / live if live else 0.0
+    print(f"\n{len(chosen)} faults in {time.time() - began:.0f} s: {len(stillborn)} do not build, "
+          f"{len(caught)} of {live} caught ({share:.1f} %)")
+    for n, site in sorted(survived):
+        print(f"  survivor #{n} {describe(site)}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
