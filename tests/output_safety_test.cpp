@@ -260,42 +260,6 @@ bool hasLineStarting(const std::string& text, const std::string& start) {
 
 bool isLinkAt(const std::string& path) { return fs::is_symlink(fs::symlink_status(path)); }
 
-struct ChildLimits {
-  uint64_t fileSize = 0;  // bytes per file, as a full disk would allow
-  uint64_t memory = 0;    // bytes of address space
-  bool closedConsole = false;
-};
-
-// Runs the program with standard output on a pipe: read to its end, or closed
-// at once, so that no file-size limit ever cuts the console short.
-RunResult runThroughPipe(const std::vector<std::string>& arguments, const ChildLimits& limits) {
-  int fds[2];
-  RunResult result;
-  if (::pipe(fds) != 0) return result;
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::dup2(fds[1], 1);
-    ::close(fds[0]);
-    const struct rlimit fileSize = {limits.fileSize, limits.fileSize}, memory = {limits.memory, limits.memory};
-    if (limits.fileSize) ::setrlimit(RLIMIT_FSIZE, &fileSize);
-    if (limits.memory) ::setrlimit(RLIMIT_AS, &memory);
-    std::vector<char*> argv{const_cast<char*>(SORVANE_EXE)};
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    ::execv(SORVANE_EXE, argv.data());
-    ::_exit(127);
-  }
-  ::close(fds[1]);
-  char buffer[4096];
-  ssize_t got = 0;
-  while (!limits.closedConsole && (got = ::read(fds[0], buffer, sizeof buffer)) > 0) result.out.append(buffer, got);
-  ::close(fds[0]);
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return result;
-}
-
 }  // namespace
 
 TEST(HostileEnvironment, PathsAndInputsThatCannotBeUsedGetOneLineAndNothingIsWritten) {
@@ -374,7 +338,7 @@ TEST(HostileEnvironment, NoFileIsWrittenThroughALink) {
 TEST(HostileEnvironment, AClosedPipeOnStandardOutputNeverStopsTheConversion) {
   TempDir dir;
   writeFile(dir.file("bank.dls"), hostileCollection());
-  EXPECT_EQ(runThroughPipe({dir.file("bank.dls"), dir.file("out")}, ChildLimits{0, 0, true}).status, 0);
+  EXPECT_EQ(runSorvane({dir.file("bank.dls"), dir.file("out")}, RunLimits{0, 0, true}).status, 0);
   // Every file a run with a reader writes is there.
   RunResult reference = runSorvane({dir.file("bank.dls"), dir.file("reference")});
   EXPECT_EQ(filesBelow(dir.file("out")), filesBelow(dir.file("reference")));
@@ -439,7 +403,7 @@ TEST(HostileEnvironment, PartialWritesAreReportedAndLeaveNothingBehind) {
   while (deep.size() < 3000) deep += "/folder";
   fs::create_directories(deep);
   writeFile(dir.file("loop.wav"), acid::wave(acid::fmt(1, 1, 44100, 16) + acid::pcm16(ramp(64))));
-  RunResult results = runThroughPipe({dir.file("loop.wav"), deep, dir.file("results.txt")}, ChildLimits{2048});
+  RunResult results = runSorvane({dir.file("loop.wav"), deep, dir.file("results.txt")}, RunLimits{2048});
   EXPECT_TRUE(contains(results.out, "error writing results file:" + dir.file("results.txt") + "\n")) << results.out;
   EXPECT_TRUE(exists(deep + "/loop.sfz"));
   EXPECT_FALSE(exists(dir.file("results.txt")));
@@ -483,7 +447,7 @@ TEST(HostileEnvironment, MemoryStaysWithinASmallMultipleOfTheInput) {
   // input that would take 300 MB if each cue held the name.
   TempDir dir;
   writeFile(dir.file("bank.dls"), hostile::longWaveNameManyTimes(10000, 0, 1000000));
-  RunResult run = runThroughPipe({dir.file("bank.dls"), dir.file("out")}, ChildLimits{0, 96 << 20});
+  RunResult run = runSorvane({dir.file("bank.dls"), dir.file("out")}, RunLimits{0, 96 << 20});
   EXPECT_EQ(run.status, 0);
   EXPECT_FALSE(contains(run.out, "not enough memory")) << run.out;
   EXPECT_TRUE(exists(dir.file("out/bank_dls/Bank_00000000/000_I.sfz")));

@@ -57,23 +57,27 @@ std::vector<std::string> listDir(const std::string& path) {
   return names;
 }
 
-RunResult runSorvane(const std::vector<std::string>& arguments, uint64_t fileSizeLimit) {
+RunResult runSorvane(const std::vector<std::string>& arguments, const RunLimits& limits) {
   TempDir capture;
-  const std::string outPath = capture.file("stdout"), errPath = capture.file("stderr");
+  const std::string errPath = capture.file("stderr");
   RunResult result;
+  int console[2];
+  if (::pipe(console) != 0) return result;
   pid_t child = ::fork();
   if (child == 0) {
-    int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    ::dup2(out, 1);
+    ::dup2(console[1], 1);
     ::dup2(err, 2);
-    if (fileSizeLimit) {
+    ::close(console[0]);
+    if (limits.fileSize) {
       // The signal keeps its default action: the program itself must turn
       // it into a failed write.
       ::signal(SIGXFSZ, SIG_DFL);
-      struct rlimit limit = {fileSizeLimit, fileSizeLimit};
+      struct rlimit limit = {limits.fileSize, limits.fileSize};
       ::setrlimit(RLIMIT_FSIZE, &limit);
     }
+    struct rlimit memory = {limits.memory, limits.memory};
+    if (limits.memory) ::setrlimit(RLIMIT_AS, &memory);
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(SORVANE_EXE));
     for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
@@ -81,10 +85,15 @@ RunResult runSorvane(const std::vector<std::string>& arguments, uint64_t fileSiz
     ::execv(SORVANE_EXE, argv.data());
     ::_exit(127);
   }
+  ::close(console[1]);
+  char buffer[4096];
+  ssize_t got = 0;
+  while (!limits.closedConsole && (got = ::read(console[0], buffer, sizeof buffer)) > 0)
+    result.out.append(buffer, static_cast<size_t>(got));
+  ::close(console[0]);
   int status = 0;
   ::waitpid(child, &status, 0);
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  result.out = readFile(outPath);
   result.err = readFile(errPath);
   return result;
 }

@@ -29,10 +29,21 @@ struct RunResult {
   std::string err;
 };
 
+// What the program runs under: a file-size limit (as a full disk would
+// allow; the program must keep the size-limit signal from ending it), an
+// address-space limit, and a console nobody reads.
+struct RunLimits {
+  uint64_t fileSize = 0;
+  uint64_t memory = 0;
+  bool closedConsole = false;
+};
+
 // Runs the sorvane executable with these arguments (program name excluded).
-// A non-zero `fileSizeLimit` caps every file it writes at that many bytes, as
-// a full disk would; the program must keep the size-limit signal from ending it.
-RunResult runSorvane(const std::vector<std::string>& arguments, uint64_t fileSizeLimit = 0);
+// Standard output comes through a pipe, so no file-size limit cuts it short.
+RunResult runSorvane(const std::vector<std::string>& arguments, const RunLimits& limits = {});
+inline RunResult runSorvane(const std::vector<std::string>& arguments, uint64_t fileSizeLimit) {
+  return runSorvane(arguments, RunLimits{fileSizeLimit});
+}
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
