@@ -3,7 +3,7 @@
 // nothing else (no parsing, no text). The benchmarks time it beside `cp` to
 // show how much of a conversion's time is the output itself.
 //
-//   output_floor input manifest output-folder [1|2|atomic]
+//   output_floor input manifest output-folder [1|2|atomic|atomic2]
 //
 // The manifest lists the files of an earlier conversion, one per line as
 // `find folder -type f -printf '%s %P\n'` prints them (size, relative path).
@@ -11,7 +11,8 @@
 // input, as the converter copies audio. With 2, the wave files are written
 // on a second thread while the other files are written on the first. With
 // atomic, on one thread, each file is written under a temporary name and
-// renamed into place, as every file of a conversion is.
+// renamed into place, as every file of a conversion is; atomic2 does the same
+// with the waves on a second thread.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -69,12 +70,13 @@ bool writeFiles(int input, uint64_t inputSize, const std::string& folder,
 
 int main(int argc, char** argv) {
   if (argc < 4) {
-    std::printf("usage: output_floor input manifest output-folder [1|2|atomic]\n");
+    std::printf("usage: output_floor input manifest output-folder [1|2|atomic|atomic2]\n");
     return 2;
   }
   const std::string folder = argv[3];
-  const bool twoThreads = argc > 4 && std::string(argv[4]) == "2";
-  const bool atomic = argc > 4 && std::string(argv[4]) == "atomic";
+  const std::string mode = argc > 4 ? argv[4] : "1";
+  const bool twoThreads = mode == "2" || mode == "atomic2";
+  const bool atomic = mode == "atomic" || mode == "atomic2";
   std::vector<OutputEntry> entries;
   {
     std::ifstream manifest(argv[2]);
@@ -105,7 +107,7 @@ int main(int argc, char** argv) {
   bool wavesWritten = true;
   std::thread waveThread;
   if (!waves.empty())
-    waveThread = std::thread([&] { wavesWritten = writeFiles(input, inputSize, folder, waves, false); });
+    waveThread = std::thread([&] { wavesWritten = writeFiles(input, inputSize, folder, waves, atomic); });
   const bool othersWritten = writeFiles(input, inputSize, folder, others, atomic);
   if (waveThread.joinable()) waveThread.join();
   if (!wavesWritten || !othersWritten) {
