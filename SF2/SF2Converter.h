@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Converters/Common/ConverterBase.h"
@@ -138,8 +139,25 @@ class SF2Converter : public ConverterBase {
                        bool nullDelay, double newFreq = 0.0);
   sfz::SFZEg* egSlot(int slot, bool* created = nullptr);
   sfz::SFZFilter* filterSlot(double newCutoff);
-  void addOpCode(std::string text);
-  void addSection(const std::string& header);
+  void addOpCode(std::string_view text);
+  // Pieces of text (string literals, strings, views; none of them the
+  // result itself) put together in one reused buffer, valid until the next call.
+  template <typename... Pieces>
+  const std::string& joined(const Pieces&... pieces) {
+    line_.clear();
+    (line_.append(pieces), ...);
+    return line_;
+  }
+  template <typename... Pieces>
+  void addOpCodeOf(const Pieces&... pieces) {
+    addOpCode(joined(pieces...));
+  }
+  // A "/* ... */" comment line.
+  template <typename... Pieces>
+  void addCommentOf(const Pieces&... pieces) {
+    addOpCode(joined("/* ", pieces..., " */"));
+  }
+  void addSection(std::string_view header);
   std::string modulatorText(const char* opener, const char* sourceLead, unsigned long index,
                             const RecordTable& table);
 
@@ -154,6 +172,7 @@ class SF2Converter : public ConverterBase {
   std::ostringstream curves_;
   std::string concaveCurveText_;  // the default curve's points, formatted once
   std::string presetText_;        // the text of the preset file being written
+  std::string line_;              // the opcode line being put together
   std::string* heldConsole_ = nullptr;
 
   std::unique_ptr<tolvin::IFFTree> tree_;

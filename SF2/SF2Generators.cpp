@@ -183,13 +183,11 @@ void SF2Converter::appendGeneratorInfo(std::string& out, unsigned short generato
 
 void SF2Converter::todo_gen(unsigned short generator, short amount, bool preset) {
   // Every generator record leaves one of these, so the comment is built in
-  // one piece rather than through currentNodeComment.
-  std::string comment;
-  comment.reserve(64);
-  comment.append("/* NOP ");
-  appendGeneratorInfo(comment, generator, amount, preset);
-  comment.append(" */");
-  addOpCode(std::move(comment));
+  // the reused line buffer rather than through currentNodeComment.
+  line_.assign("/* NOP ");
+  appendGeneratorInfo(line_, generator, amount, preset);
+  line_.append(" */");
+  addOpCode(line_);
 }
 
 std::string SF2Converter::levelTag(Level level) const {
@@ -229,13 +227,13 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
     case Act::None:
       break;
     case Act::Todo:
-      currentNodeComment(std::string("TODO ") + name + levelTag(level));
+      addCommentOf("TODO ", name, levelTag(level));
       break;
     case Act::TodoGlued:
-      currentNodeComment(std::string("TODO") + name + levelTag(level));
+      addCommentOf("TODO", name, levelTag(level));
       break;
     case Act::Error:
-      currentNodeComment(std::string("ERROR! ") + name + levelTag(level));
+      addCommentOf("ERROR! ", name, levelTag(level));
       break;
     case Act::SetOffset:
       *offsets[rule.arg] = a;
@@ -305,19 +303,22 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
       if (sfz::SFZFilter* filter = filterSlot(hertz(13500))) filter->setResonance(a / 10.0 * 0.25);
       break;
     case Act::Pan:
-      addOpCode(" pan=" + numberText(a / 5.0));
+      addOpCodeOf(" pan=", numberText(a / 5.0));
       break;
     case Act::Seconds:
-      addOpCode(rule.text + numberText(seconds(a)));
+      addOpCodeOf(rule.text, numberText(seconds(a)));
       break;
     case Act::Decibels:
-      addOpCode(rule.text + numberText(decibels(a)));
+      addOpCodeOf(rule.text, numberText(decibels(a)));
       break;
     case Act::Amount:
-      addOpCode(rule.text + decimal(a));
+      addOpCodeOf(rule.text, decimal(a));
       break;
     case Act::Sustain:
-      addOpCode(a < 0 ? std::string(" ampeg_sustain=100") : " ampeg_sustain=" + numberText(sustainPercent(a)));
+      if (a < 0)
+        addOpCode(" ampeg_sustain=100");
+      else
+        addOpCodeOf(" ampeg_sustain=", numberText(sustainPercent(a)));
       break;
     case Act::Instrument:
       startOffset_ = endOffset_ = startCoarseOffset_ = endCoarseOffset_ = 0;
@@ -325,19 +326,19 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
       process_inst(static_cast<uint16_t>(amount));
       break;
     case Act::Range:
-      addOpCode(rule.text + decimal(lo) + rule.text2 + decimal(hi));
+      addOpCodeOf(rule.text, decimal(lo), rule.text2, decimal(hi));
       break;
     case Act::RangeOrKey:
       if (lo == hi)
-        addOpCode(" key=" + decimal(lo));
+        addOpCodeOf(" key=", decimal(lo));
       else if (lo < hi)
-        addOpCode(rule.text + decimal(lo) + rule.text2 + decimal(hi));
+        addOpCodeOf(rule.text, decimal(lo), rule.text2, decimal(hi));
       break;
     case Act::Velocity:
       if (a == 127)
         addOpCode(" amp_veltrack=0");
       else
-        currentNodeComment("SHOULD FORCE velocity=" + decimal(a));
+        addCommentOf("SHOULD FORCE velocity=", decimal(a));
       break;
     case Act::PresetCoarse:
       presetCoarseTune_ = a == 0 ? 0 : int64_t(a) * 100;
@@ -361,12 +362,12 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
       }
       break;
     case Act::Unused4:
-      if (versionMajor_ != 1) currentNodeComment(std::string("ERROR! ") + name + levelTag(level));
+      if (versionMajor_ != 1) addCommentOf("ERROR! ", name, levelTag(level));
       break;
     case Act::RootKey:
       if (a != -1) {
         rootKeyOverridden_ = true;
-        addOpCode(" pitch_keycenter=" + decimal(a) + " //" + name);
+        addOpCodeOf(" pitch_keycenter=", decimal(a), " //", name);
       }
       break;
   }
