@@ -509,7 +509,7 @@ void SF2Converter::process_ibag(const char* instrumentName, unsigned long first,
     if (region) {
       addSection(joined(span.genCount + globalGenerators != 0 ? "\n<region> //zone ibag:"
                                                               : "\n<void> //No generator? zone ibag:",
-                        decimal(uint64_t(first + z))));
+                        uint64_t(first + z)));
     } else {
       addSection(name.empty() ? std::string_view("<group>") : joined("<group> /* ", name, " */"));
       globalGenerators = span.genCount;

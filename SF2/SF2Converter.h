@@ -2,6 +2,7 @@
 // one wave file, "sf2_smpl.wav", holding the bank's whole sample pool.
 #pragma once
 
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <set>
@@ -9,11 +10,13 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "Converters/Common/ConverterBase.h"
 #include "source/IFFTree.h"
 #include "source/OutputFile.h"
+#include "source/ShortText.h"
 
 namespace sfz {
 class SFZTree;
@@ -51,7 +54,10 @@ class SF2Converter : public ConverterBase {
   void process_inst(unsigned long instrument);
   void todo_gen(unsigned short generator, short amount, bool preset);
   std::string createGeneratorInfo(unsigned short generator, short amount, bool preset);
-  static void appendGeneratorInfo(std::string& out, unsigned short generator, short amount, bool preset);
+  // The same text on the stack: "pgen(name) = amount[low;high]" fits in it.
+  static const size_t kGeneratorInfoSize = 64;
+  using GeneratorInfo = tolvin::ShortText<kGeneratorInfoSize>;
+  static GeneratorInfo generatorInfo(unsigned short generator, short amount, bool preset);
 
   void process_pmod(unsigned long index);
   void process_imod(unsigned long index);
@@ -141,12 +147,19 @@ class SF2Converter : public ConverterBase {
   sfz::SFZFilter* filterSlot(double newCutoff);
   void addOpCode(std::string_view text);
   // Pieces of text (string literals, strings, views; none of them the
-  // result itself) put together in one reused buffer, valid until the next call.
+  // result itself) and integers in decimal, put together in one reused
+  // buffer; the result is valid until the next call.
   template <typename... Pieces>
   const std::string& joined(const Pieces&... pieces) {
     line_.clear();
-    (line_.append(pieces), ...);
+    (appendPiece(line_, pieces), ...);
     return line_;
+  }
+  static void appendPiece(std::string& out, std::string_view text) { out.append(text); }
+  template <typename Integer, typename = std::enable_if_t<std::is_integral_v<Integer> && sizeof(Integer) >= 2>>
+  static void appendPiece(std::string& out, Integer value) {
+    char digits[24];
+    out.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
   }
   template <typename... Pieces>
   void addOpCodeOf(const Pieces&... pieces) {

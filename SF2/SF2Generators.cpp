@@ -7,6 +7,7 @@
 #include "SF2/SF2Converter.h"
 #include "SF2/SF2Stages.h"
 #include "source/NumberText.h"
+#include "source/ShortText.h"
 
 using namespace sf2;
 using tolvin::numberText;
@@ -169,25 +170,22 @@ const char* SF2Converter::generatorName(unsigned number) {
 }
 
 std::string SF2Converter::createGeneratorInfo(unsigned short generator, short amount, bool preset) {
-  std::string info;
-  appendGeneratorInfo(info, generator, amount, preset);
+  return std::string(generatorInfo(generator, amount, preset).view());
+}
+
+SF2Converter::GeneratorInfo SF2Converter::generatorInfo(unsigned short generator, short amount, bool preset) {
+  GeneratorInfo info;
+  info << (preset ? "pgen(" : "igen(") << generatorName(generator) << ") = " << int(amount) << "["
+       << (amount & 255) << ";" << ((amount >> 8) & 255) << "]";
   return info;
 }
 
-void SF2Converter::appendGeneratorInfo(std::string& out, unsigned short generator, short amount,
-                                       bool preset) {
-  out.append(preset ? "pgen(" : "igen(").append(generatorName(generator)).append(") = ");
-  out.append(decimal(int(amount))).append("[").append(decimal(amount & 255)).append(";");
-  out.append(decimal((amount >> 8) & 255)).append("]");
-}
-
 void SF2Converter::todo_gen(unsigned short generator, short amount, bool preset) {
-  // Every generator record leaves one of these, so the comment is built in
-  // the reused line buffer rather than through currentNodeComment.
-  line_.assign("/* NOP ");
-  appendGeneratorInfo(line_, generator, amount, preset);
-  line_.append(" */");
-  addOpCode(line_);
+  // Every generator record leaves one of these: it is put together on the
+  // stack rather than through currentNodeComment.
+  tolvin::ShortText<kGeneratorInfoSize + 16> comment;
+  comment << "/* NOP " << generatorInfo(generator, amount, preset).view() << " */";
+  addOpCode(comment.view());
 }
 
 std::string SF2Converter::levelTag(Level level) const {
@@ -312,7 +310,7 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
       addOpCodeOf(rule.text, numberText(decibels(a)));
       break;
     case Act::Amount:
-      addOpCodeOf(rule.text, decimal(a));
+      addOpCodeOf(rule.text, a);
       break;
     case Act::Sustain:
       if (a < 0)
@@ -326,19 +324,19 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
       process_inst(static_cast<uint16_t>(amount));
       break;
     case Act::Range:
-      addOpCodeOf(rule.text, decimal(lo), rule.text2, decimal(hi));
+      addOpCodeOf(rule.text, lo, rule.text2, hi);
       break;
     case Act::RangeOrKey:
       if (lo == hi)
-        addOpCodeOf(" key=", decimal(lo));
+        addOpCodeOf(" key=", lo);
       else if (lo < hi)
-        addOpCodeOf(rule.text, decimal(lo), rule.text2, decimal(hi));
+        addOpCodeOf(rule.text, lo, rule.text2, hi);
       break;
     case Act::Velocity:
       if (a == 127)
         addOpCode(" amp_veltrack=0");
       else
-        addCommentOf("SHOULD FORCE velocity=", decimal(a));
+        addCommentOf("SHOULD FORCE velocity=", a);
       break;
     case Act::PresetCoarse:
       presetCoarseTune_ = a == 0 ? 0 : int64_t(a) * 100;
@@ -367,7 +365,7 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
     case Act::RootKey:
       if (a != -1) {
         rootKeyOverridden_ = true;
-        addOpCodeOf(" pitch_keycenter=", decimal(a), " //", name);
+        addOpCodeOf(" pitch_keycenter=", a, " //", name);
       }
       break;
   }

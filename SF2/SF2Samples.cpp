@@ -84,7 +84,7 @@ void SF2Converter::process_shdr(unsigned long sampleIndex) {
   if (versionMajor_ >= 2 && !name.empty()) addOpCodeOf(" region_label=", name);
   int64_t tune = fineTune_ + correction + coarseTune_;
   if (rate != mainSampleRate_) {
-    addCommentOf("Sample Rate override main:", decimal(mainSampleRate_), " curr:", decimal(rate));
+    addCommentOf("Sample Rate override main:", mainSampleRate_, " curr:", rate);
     // Without a rate on either side there is no ratio to tune by.
     if (rate != 0 && mainSampleRate_ != 0)
       tune += static_cast<int64_t>(
@@ -93,15 +93,15 @@ void SF2Converter::process_shdr(unsigned long sampleIndex) {
   const int64_t offset = startOffset_ + start;
   const int64_t endFrame = endOffset_ + end;  // the stored end, not end - 1
   // An overriding root key of the zone has already given the key center.
-  const std::string keyCenter = rootKeyOverridden_ ? std::string() : decimal(unsigned(rootKey));
-  addOpCodeOf(keyCenter.empty() ? "" : " pitch_keycenter=", keyCenter, " tune=", decimal(tune), "\n offset=",
-              decimal(offset), " end=", decimal(endFrame));
+  if (rootKeyOverridden_)
+    addOpCodeOf(" tune=", tune, "\n offset=", offset, " end=", endFrame);
+  else
+    addOpCodeOf(" pitch_keycenter=", unsigned(rootKey), " tune=", tune, "\n offset=", offset, " end=", endFrame);
 
   const int64_t loopFirst = startLoopOffset_ + startLoopCoarseOffset_ * 32768 + loopStart;
   const int64_t loopLast = endLoopOffset_ + endLoopCoarseOffset_ * 32768 + int64_t(loopEnd) - 1;
-  const std::string first = decimal(loopFirst), last = decimal(loopLast);
   if (uint64_t(offset) > uint64_t(loopFirst) || uint64_t(loopFirst) >= uint64_t(loopLast))
-    addCommentOf(" bad loop! loop_start=", first, " loop_end=", last);
+    addCommentOf(" bad loop! loop_start=", loopFirst, " loop_end=", loopLast);
   else
-    addOpCodeOf(" loop_start=", first, " loop_end=", last);
+    addOpCodeOf(" loop_start=", loopFirst, " loop_end=", loopLast);
 }
