@@ -1,5 +1,6 @@
 #include "Converters/Common/sfz.h"
 
+#include <cstring>
 #include <new>
 
 #include "source/NumberText.h"
@@ -201,7 +202,11 @@ std::ostream& LazyTextStream::stream() {
 }
 
 SFZOpCode* SFZOpCode::makeIn(TextArena& arena, std::string_view text) {
-  return new (arena.allocate(sizeof(SFZOpCode), alignof(SFZOpCode))) SFZOpCode(arena.copy(text), true);
+  // The text goes right behind the object, in the same piece of the arena.
+  char* memory = static_cast<char*>(arena.allocate(sizeof(SFZOpCode) + text.size(), alignof(SFZOpCode)));
+  char* copied = memory + sizeof(SFZOpCode);
+  if (!text.empty()) std::memcpy(copied, text.data(), text.size());
+  return new (memory) SFZOpCode(std::string_view(copied, text.size()), true);
 }
 
 void OpCodeRelease::operator()(SFZOpCode* opcode) const {
@@ -229,7 +234,7 @@ void SFZNode::addOpCode(SFZOpCode* opcode) {
   if (!opcode) return;
   opcode->setParent(this);
   // Most sections hold a handful of lines: room for them is made at once.
-  if (opcodes_.empty()) opcodes_.reserve(8);
+  if (opcodes_.empty()) opcodes_.reserve(16);
   opcodes_.emplace_back(opcode);
 }
 
