@@ -80,8 +80,8 @@ void SF2Converter::getChildString(std::string& out, const char* id, const tolvin
 
 void SF2Converter::currentNodeComment(const std::string& text) { addOpCode("/* " + text + " */"); }
 
-void SF2Converter::addOpCode(std::string text) {
-  if (currentNode_) currentNode_->addOpCode(new sfz::SFZOpCode(std::move(text)));
+void SF2Converter::addOpCode(std::string_view text) {
+  if (currentNode_) currentNode_->addOpCode(sfzTree_->makeOpCode(text));
 }
 
 uint64_t SF2Converter::declaredSize(const tolvin::IFFTreeNode* node) {
@@ -428,9 +428,9 @@ SF2Converter::ZoneSpan SF2Converter::zoneSpan(const RecordTable& bags, const Rec
   return span;
 }
 
-void SF2Converter::addSection(const std::string& header) {
+void SF2Converter::addSection(std::string_view header) {
   sfz::SFZNode* node = new sfz::SFZNode(sectionParent_);
-  node->addOpCode(new sfz::SFZOpCode(header));
+  node->addOpCode(sfzTree_->makeOpCode(header));
   sectionParent_->addChild(node);
   currentNode_ = node;
 }
@@ -507,11 +507,11 @@ void SF2Converter::process_ibag(const char* instrumentName, unsigned long first,
     const ZoneSpan span = zoneSpan(ibag_, igen_, imod_, first + z, "ibag");
     const bool region = span.hasLast && span.lastOper == kGenSampleId;
     if (region) {
-      addSection((span.genCount + globalGenerators != 0 ? "\n<region> //zone ibag:"
-                                                        : "\n<void> //No generator? zone ibag:") +
-                 decimal(uint64_t(first + z)));
+      addSection(joined(span.genCount + globalGenerators != 0 ? "\n<region> //zone ibag:"
+                                                              : "\n<void> //No generator? zone ibag:",
+                        uint64_t(first + z)));
     } else {
-      addSection(name.empty() ? std::string("<group>") : "<group> /* " + name + " */");
+      addSection(name.empty() ? std::string_view("<group>") : joined("<group> /* ", name, " */"));
       globalGenerators = span.genCount;
     }
 

@@ -2,17 +2,21 @@
 // one wave file, "sf2_smpl.wav", holding the bank's whole sample pool.
 #pragma once
 
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <set>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "Converters/Common/ConverterBase.h"
 #include "source/IFFTree.h"
 #include "source/OutputFile.h"
+#include "source/ShortText.h"
 
 namespace sfz {
 class SFZTree;
@@ -50,7 +54,10 @@ class SF2Converter : public ConverterBase {
   void process_inst(unsigned long instrument);
   void todo_gen(unsigned short generator, short amount, bool preset);
   std::string createGeneratorInfo(unsigned short generator, short amount, bool preset);
-  static void appendGeneratorInfo(std::string& out, unsigned short generator, short amount, bool preset);
+  // The same text on the stack: "pgen(name) = amount[low;high]" fits in it.
+  static const size_t kGeneratorInfoSize = 64;
+  using GeneratorInfo = tolvin::ShortText<kGeneratorInfoSize>;
+  static GeneratorInfo generatorInfo(unsigned short generator, short amount, bool preset);
 
   void process_pmod(unsigned long index);
   void process_imod(unsigned long index);
@@ -138,8 +145,32 @@ class SF2Converter : public ConverterBase {
                        bool nullDelay, double newFreq = 0.0);
   sfz::SFZEg* egSlot(int slot, bool* created = nullptr);
   sfz::SFZFilter* filterSlot(double newCutoff);
-  void addOpCode(std::string text);
-  void addSection(const std::string& header);
+  void addOpCode(std::string_view text);
+  // Pieces of text (string literals, strings, views; none of them the
+  // result itself) and integers in decimal, put together in one reused
+  // buffer; the result is valid until the next call.
+  template <typename... Pieces>
+  const std::string& joined(const Pieces&... pieces) {
+    line_.clear();
+    (appendPiece(line_, pieces), ...);
+    return line_;
+  }
+  static void appendPiece(std::string& out, std::string_view text) { out.append(text); }
+  template <typename Integer, typename = std::enable_if_t<std::is_integral_v<Integer> && sizeof(Integer) >= 2>>
+  static void appendPiece(std::string& out, Integer value) {
+    char digits[24];
+    out.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+  }
+  template <typename... Pieces>
+  void addOpCodeOf(const Pieces&... pieces) {
+    addOpCode(joined(pieces...));
+  }
+  // A "/* ... */" comment line.
+  template <typename... Pieces>
+  void addCommentOf(const Pieces&... pieces) {
+    addOpCode(joined("/* ", pieces..., " */"));
+  }
+  void addSection(std::string_view header);
   std::string modulatorText(const char* opener, const char* sourceLead, unsigned long index,
                             const RecordTable& table);
 
@@ -154,6 +185,7 @@ class SF2Converter : public ConverterBase {
   std::ostringstream curves_;
   std::string concaveCurveText_;  // the default curve's points, formatted once
   std::string presetText_;        // the text of the preset file being written
+  std::string line_;              // the opcode line being put together
   std::string* heldConsole_ = nullptr;
 
   std::unique_ptr<tolvin::IFFTree> tree_;

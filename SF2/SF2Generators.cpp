@@ -7,6 +7,7 @@
 #include "SF2/SF2Converter.h"
 #include "SF2/SF2Stages.h"
 #include "source/NumberText.h"
+#include "source/ShortText.h"
 
 using namespace sf2;
 using tolvin::numberText;
@@ -169,27 +170,22 @@ const char* SF2Converter::generatorName(unsigned number) {
 }
 
 std::string SF2Converter::createGeneratorInfo(unsigned short generator, short amount, bool preset) {
-  std::string info;
-  appendGeneratorInfo(info, generator, amount, preset);
+  return std::string(generatorInfo(generator, amount, preset).view());
+}
+
+SF2Converter::GeneratorInfo SF2Converter::generatorInfo(unsigned short generator, short amount, bool preset) {
+  GeneratorInfo info;
+  info << (preset ? "pgen(" : "igen(") << generatorName(generator) << ") = " << int(amount) << "["
+       << (amount & 255) << ";" << ((amount >> 8) & 255) << "]";
   return info;
 }
 
-void SF2Converter::appendGeneratorInfo(std::string& out, unsigned short generator, short amount,
-                                       bool preset) {
-  out.append(preset ? "pgen(" : "igen(").append(generatorName(generator)).append(") = ");
-  out.append(decimal(int(amount))).append("[").append(decimal(amount & 255)).append(";");
-  out.append(decimal((amount >> 8) & 255)).append("]");
-}
-
 void SF2Converter::todo_gen(unsigned short generator, short amount, bool preset) {
-  // Every generator record leaves one of these, so the comment is built in
-  // one piece rather than through currentNodeComment.
-  std::string comment;
-  comment.reserve(64);
-  comment.append("/* NOP ");
-  appendGeneratorInfo(comment, generator, amount, preset);
-  comment.append(" */");
-  addOpCode(std::move(comment));
+  // Every generator record leaves one of these: it is put together on the
+  // stack rather than through currentNodeComment.
+  tolvin::ShortText<kGeneratorInfoSize + 16> comment;
+  comment << "/* NOP " << generatorInfo(generator, amount, preset).view() << " */";
+  addOpCode(comment.view());
 }
 
 std::string SF2Converter::levelTag(Level level) const {
@@ -229,13 +225,13 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
     case Act::None:
       break;
     case Act::Todo:
-      currentNodeComment(std::string("TODO ") + name + levelTag(level));
+      addCommentOf("TODO ", name, levelTag(level));
       break;
     case Act::TodoGlued:
-      currentNodeComment(std::string("TODO") + name + levelTag(level));
+      addCommentOf("TODO", name, levelTag(level));
       break;
     case Act::Error:
-      currentNodeComment(std::string("ERROR! ") + name + levelTag(level));
+      addCommentOf("ERROR! ", name, levelTag(level));
       break;
     case Act::SetOffset:
       *offsets[rule.arg] = a;
@@ -305,19 +301,22 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
       if (sfz::SFZFilter* filter = filterSlot(hertz(13500))) filter->setResonance(a / 10.0 * 0.25);
       break;
     case Act::Pan:
-      addOpCode(" pan=" + numberText(a / 5.0));
+      addOpCodeOf(" pan=", numberText(a / 5.0));
       break;
     case Act::Seconds:
-      addOpCode(rule.text + numberText(seconds(a)));
+      addOpCodeOf(rule.text, numberText(seconds(a)));
       break;
     case Act::Decibels:
-      addOpCode(rule.text + numberText(decibels(a)));
+      addOpCodeOf(rule.text, numberText(decibels(a)));
       break;
     case Act::Amount:
-      addOpCode(rule.text + decimal(a));
+      addOpCodeOf(rule.text, a);
       break;
     case Act::Sustain:
-      addOpCode(a < 0 ? std::string(" ampeg_sustain=100") : " ampeg_sustain=" + numberText(sustainPercent(a)));
+      if (a < 0)
+        addOpCode(" ampeg_sustain=100");
+      else
+        addOpCodeOf(" ampeg_sustain=", numberText(sustainPercent(a)));
       break;
     case Act::Instrument:
       startOffset_ = endOffset_ = startCoarseOffset_ = endCoarseOffset_ = 0;
@@ -325,19 +324,19 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
       process_inst(static_cast<uint16_t>(amount));
       break;
     case Act::Range:
-      addOpCode(rule.text + decimal(lo) + rule.text2 + decimal(hi));
+      addOpCodeOf(rule.text, lo, rule.text2, hi);
       break;
     case Act::RangeOrKey:
       if (lo == hi)
-        addOpCode(" key=" + decimal(lo));
+        addOpCodeOf(" key=", lo);
       else if (lo < hi)
-        addOpCode(rule.text + decimal(lo) + rule.text2 + decimal(hi));
+        addOpCodeOf(rule.text, lo, rule.text2, hi);
       break;
     case Act::Velocity:
       if (a == 127)
         addOpCode(" amp_veltrack=0");
       else
-        currentNodeComment("SHOULD FORCE velocity=" + decimal(a));
+        addCommentOf("SHOULD FORCE velocity=", a);
       break;
     case Act::PresetCoarse:
       presetCoarseTune_ = a == 0 ? 0 : int64_t(a) * 100;
@@ -361,12 +360,12 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
       }
       break;
     case Act::Unused4:
-      if (versionMajor_ != 1) currentNodeComment(std::string("ERROR! ") + name + levelTag(level));
+      if (versionMajor_ != 1) addCommentOf("ERROR! ", name, levelTag(level));
       break;
     case Act::RootKey:
       if (a != -1) {
         rootKeyOverridden_ = true;
-        addOpCode(" pitch_keycenter=" + decimal(a) + " //" + name);
+        addOpCodeOf(" pitch_keycenter=", a, " //", name);
       }
       break;
   }

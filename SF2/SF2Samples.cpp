@@ -81,10 +81,10 @@ void SF2Converter::process_shdr(unsigned long sampleIndex) {
   const uint8_t rootKey = r.u8(40);
   const int8_t correction = r.i8(41);
 
-  if (versionMajor_ >= 2 && !name.empty()) addOpCode(" region_label=" + name);
+  if (versionMajor_ >= 2 && !name.empty()) addOpCodeOf(" region_label=", name);
   int64_t tune = fineTune_ + correction + coarseTune_;
   if (rate != mainSampleRate_) {
-    currentNodeComment("Sample Rate override main:" + decimal(mainSampleRate_) + " curr:" + decimal(rate));
+    addCommentOf("Sample Rate override main:", mainSampleRate_, " curr:", rate);
     // Without a rate on either side there is no ratio to tune by.
     if (rate != 0 && mainSampleRate_ != 0)
       tune += static_cast<int64_t>(
@@ -92,14 +92,16 @@ void SF2Converter::process_shdr(unsigned long sampleIndex) {
   }
   const int64_t offset = startOffset_ + start;
   const int64_t endFrame = endOffset_ + end;  // the stored end, not end - 1
-  const std::string tail = " tune=" + decimal(tune) + "\n offset=" + decimal(offset) + " end=" + decimal(endFrame);
-  addOpCode(rootKeyOverridden_ ? tail : " pitch_keycenter=" + decimal(unsigned(rootKey)) + tail);
+  // An overriding root key of the zone has already given the key center.
+  if (rootKeyOverridden_)
+    addOpCodeOf(" tune=", tune, "\n offset=", offset, " end=", endFrame);
+  else
+    addOpCodeOf(" pitch_keycenter=", unsigned(rootKey), " tune=", tune, "\n offset=", offset, " end=", endFrame);
 
   const int64_t loopFirst = startLoopOffset_ + startLoopCoarseOffset_ * 32768 + loopStart;
   const int64_t loopLast = endLoopOffset_ + endLoopCoarseOffset_ * 32768 + int64_t(loopEnd) - 1;
-  const std::string loops = " loop_start=" + decimal(loopFirst) + " loop_end=" + decimal(loopLast);
   if (uint64_t(offset) > uint64_t(loopFirst) || uint64_t(loopFirst) >= uint64_t(loopLast))
-    currentNodeComment(" bad loop!" + loops);
+    addCommentOf(" bad loop! loop_start=", loopFirst, " loop_end=", loopLast);
   else
-    addOpCode(loops);
+    addOpCodeOf(" loop_start=", loopFirst, " loop_end=", loopLast);
 }

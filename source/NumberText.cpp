@@ -3,13 +3,15 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace tolvin {
 
+namespace {
+
 // A stream's default formatting of a double is printf's "%.6g" in the C
-// locale; a preset file carries tens of thousands of numbers, so they are
-// formatted without building a stream for each.
-std::string numberText(double value) {
+// locale.
+std::string formattedNumber(double value) {
   char text[32];
 #if defined(__cpp_lib_to_chars) && __cpp_lib_to_chars >= 201611L
   if (std::isfinite(value)) {
@@ -20,6 +22,33 @@ std::string numberText(double value) {
 #endif
   const int length = std::snprintf(text, sizeof text, "%.6g", value);
   return std::string(text, length > 0 ? static_cast<size_t>(length) : 0);
+}
+
+// A preset file carries tens of thousands of numbers, but a bank uses few
+// distinct ones (the same envelope times, pans and levels again and again):
+// the text last made for a value is kept in one of a few hundred slots.
+struct RecentNumber {
+  uint64_t bits;
+  uint8_t length;  // 0: the slot is empty
+  char text[15];
+};
+const int kRecentSlotBits = 9;
+thread_local RecentNumber tRecent[1 << kRecentSlotBits];
+
+}  // namespace
+
+std::string numberText(double value) {
+  uint64_t bits;
+  std::memcpy(&bits, &value, sizeof bits);
+  RecentNumber& slot = tRecent[(bits * 0x9E3779B97F4A7C15ull) >> (64 - kRecentSlotBits)];
+  if (slot.length != 0 && slot.bits == bits) return std::string(slot.text, slot.length);
+  std::string text = formattedNumber(value);
+  if (!text.empty() && text.size() <= sizeof slot.text) {
+    slot.bits = bits;
+    slot.length = static_cast<uint8_t>(text.size());
+    std::memcpy(slot.text, text.data(), text.size());
+  }
+  return text;
 }
 
 namespace {

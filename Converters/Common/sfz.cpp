@@ -1,5 +1,8 @@
 #include "Converters/Common/sfz.h"
 
+#include <cstring>
+#include <new>
+
 #include "source/NumberText.h"
 
 namespace sfz {
@@ -198,7 +201,24 @@ std::ostream& LazyTextStream::stream() {
   return *stream_;
 }
 
-SFZNode::~SFZNode() {
+SFZOpCode* SFZOpCode::makeIn(TextArena& arena, std::string_view text) {
+  // The text goes right behind the object, in the same piece of the arena.
+  char* memory = static_cast<char*>(arena.allocate(sizeof(SFZOpCode) + text.size(), alignof(SFZOpCode)));
+  char* copied = memory + sizeof(SFZOpCode);
+  if (!text.empty()) std::memcpy(copied, text.data(), text.size());
+  return new (memory) SFZOpCode(std::string_view(copied, text.size()), true);
+}
+
+void OpCodeRelease::operator()(SFZOpCode* opcode) const {
+  if (opcode->inArena())
+    opcode->~SFZOpCode();  // the arena gives its memory back
+  else
+    delete opcode;
+}
+
+SFZNode::~SFZNode() { deleteContents(); }
+
+void SFZNode::deleteContents() {
   opcodes_.clear();
   modulators_.clear();
   children_.clear();
@@ -213,6 +233,8 @@ void SFZNode::addChild(SFZNode* child) {
 void SFZNode::addOpCode(SFZOpCode* opcode) {
   if (!opcode) return;
   opcode->setParent(this);
+  // Most sections hold a handful of lines: room for them is made at once.
+  if (opcodes_.empty()) opcodes_.reserve(16);
   opcodes_.emplace_back(opcode);
 }
 
@@ -222,7 +244,7 @@ void SFZNode::addModulator(SFZModulator* modulator) {
   modulators_.emplace_back(modulator);
 }
 
-SFZOpCode* SFZNode::getOpCode(const std::string& text) const {
+SFZOpCode* SFZNode::getOpCode(std::string_view text) const {
   for (const auto& opcode : opcodes_)
     if (opcode->text() == text) return opcode.get();
   return nullptr;
@@ -244,9 +266,9 @@ void SFZNode::appendTo(std::string& out) const {
   const std::string commentText = comment.str();
   if (!commentText.empty()) out.append("/*\n").append(commentText).append("*/\n");
   for (const auto& opcode : opcodes_) {
-    const std::string& line = opcode->text();
+    const std::string_view line = opcode->text();
     if (line.empty()) continue;
-    out += line;
+    out.append(line);
     if (line.back() != '\n') out += '\n';
   }
   // A modulator's text already ends its lines, so each is followed by a blank line.
@@ -263,5 +285,8 @@ SFZTree::SFZTree() : SFZNode(nullptr), currentNode(this) {
   gLfoIdCpt.clear();
   gEgIdCpt.clear();
 }
+
+// The nodes go while the arena that holds their opcodes is still there.
+SFZTree::~SFZTree() { deleteContents(); }
 
 }  // namespace sfz

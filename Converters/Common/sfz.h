@@ -8,7 +8,10 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "Converters/Common/TextArena.h"
 
 namespace sfz {
 
@@ -36,17 +39,34 @@ class SFZObject {
   SFZObject* parent_;
 };
 
-// One free-text line or block (section headers and comments included).
+// One free-text line or block (section headers and comments included). Its
+// text is its own, or, when made by a tree, held in the tree's arena.
 class SFZOpCode final : public SFZObject {
  public:
-  explicit SFZOpCode(std::string text) : text_(std::move(text)) {}
-  std::string toString() const override { return text_; }
-  void appendTo(std::string& out) const override { out += text_; }
-  const std::string& text() const { return text_; }
+  explicit SFZOpCode(std::string text) : owned_(std::move(text)), text_(owned_) {}
+  SFZOpCode(const SFZOpCode&) = delete;
+  SFZOpCode& operator=(const SFZOpCode&) = delete;
+  // An opcode made in `arena`, its text copied there too.
+  static SFZOpCode* makeIn(TextArena& arena, std::string_view text);
+
+  std::string toString() const override { return std::string(text_); }
+  void appendTo(std::string& out) const override { out.append(text_); }
+  std::string_view text() const { return text_; }
+  bool inArena() const { return inArena_; }
 
  private:
-  std::string text_;
+  SFZOpCode(std::string_view arenaText, bool inArena) : text_(arenaText), inArena_(inArena) {}
+
+  std::string owned_;  // empty for arena text
+  std::string_view text_;
+  bool inArena_ = false;
 };
+
+// Deletes an opcode of its own, and only ends the life of an arena one.
+struct OpCodeRelease {
+  void operator()(SFZOpCode* opcode) const;
+};
+using OpCodePtr = std::unique_ptr<SFZOpCode, OpCodeRelease>;
 
 // One MIDI-controller modulation of an element.
 struct SFZOnCC {
@@ -256,9 +276,9 @@ class SFZNode : public SFZObject {
   void addModulator(SFZModulator* modulator);
 
   const std::vector<std::unique_ptr<SFZNode>>& getChildren() const { return children_; }
-  const std::vector<std::unique_ptr<SFZOpCode>>& getOpCodes() const { return opcodes_; }
+  const std::vector<OpCodePtr>& getOpCodes() const { return opcodes_; }
   const std::vector<std::unique_ptr<SFZModulator>>& getModulators() const { return modulators_; }
-  SFZOpCode* getOpCode(const std::string& text) const;
+  SFZOpCode* getOpCode(std::string_view text) const;
   SFZModulator* getModulator(int id) const;
 
   // Comment, then opcodes, then modulators, then children.
@@ -267,8 +287,12 @@ class SFZNode : public SFZObject {
 
   LazyTextStream comment;
 
+ protected:
+  // Deletes the opcodes, then the modulators, then the children.
+  void deleteContents();
+
  private:
-  std::vector<std::unique_ptr<SFZOpCode>> opcodes_;
+  std::vector<OpCodePtr> opcodes_;
   std::vector<std::unique_ptr<SFZModulator>> modulators_;
   std::vector<std::unique_ptr<SFZNode>> children_;
 };
@@ -277,8 +301,16 @@ class SFZNode : public SFZObject {
 class SFZTree : public SFZNode {
  public:
   SFZTree();
+  ~SFZTree() override;
+  // An opcode whose object and text are held by the tree until it goes, for
+  // any node of the tree.
+  SFZOpCode* makeOpCode(std::string_view text) { return SFZOpCode::makeIn(arena_, text); }
+
   SFZNode* currentNode;
   std::ostringstream text;  // kept for callers; the model itself does not read it
+
+ private:
+  TextArena arena_;
 };
 
 }  // namespace sfz

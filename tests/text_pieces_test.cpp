@@ -1,0 +1,77 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "Converters/Common/sfz.h"
+#include "SF2/SF2Converter.h"
+#include "source/NumberText.h"
+#include "source/ShortText.h"
+#include "tests/support/TestSupport.h"
+
+using namespace sfz;
+
+TEST(ArenaOpcodes, TextsAcrossBlocksAndOneLargerThanABlockStayWholeBesideOwnedOpcodes) {
+  std::string expected;
+  {
+    SFZTree tree;
+    auto* region = new SFZNode(&tree);
+    tree.addChild(region);
+    tree.addOpCode(new SFZOpCode("<control>"));
+    expected = "<control>\n";
+    // Thousands of lines of varying length fill several arena blocks.
+    std::string regionText;
+    for (int i = 0; i < 5000; ++i) {
+      const std::string line = " opcode" + std::to_string(i) + "=" + std::string(i % 37, 'x');
+      region->addOpCode(tree.makeOpCode(line));
+      regionText += line + "\n";
+    }
+    const std::string huge(100000, 'h');
+    region->addOpCode(tree.makeOpCode(huge));
+    region->addOpCode(tree.makeOpCode(""));
+    region->addOpCode(tree.makeOpCode("last\n"));
+    regionText += huge + "\nlast\n";
+    tree.addOpCode(tree.makeOpCode(" sample=a.wav"));
+    expected += " sample=a.wav\n" + regionText;
+    EXPECT_EQ(tree.toString(), expected);
+    EXPECT_NE(region->getOpCode(" opcode4999=" + std::string(4999 % 37, 'x')), nullptr);
+    EXPECT_EQ(region->getOpCode(" opcode4999="), nullptr);
+  }
+}
+
+TEST(ShortTextLines, IntegersOfEveryWidthAndTextCutAtTheCapacity) {
+  tolvin::ShortText<64> text;
+  text << "a" << int16_t(-32768) << " " << uint16_t(65535) << " " << INT64_MIN << " " << uint64_t(7);
+  EXPECT_EQ(text.view(), "a-32768 65535 -9223372036854775808 7");
+
+  tolvin::ShortText<8> small;
+  small << "abcdef" << 12345;  // the number does not fit: it is left out whole
+  EXPECT_EQ(small.view(), "abcdef");
+  small << "ghijkl";
+  EXPECT_EQ(small.view(), "abcdefgh");
+}
+
+TEST(ShortTextLines, TheLongestGeneratorInfoIsWhole) {
+  testsupport::TempDir dir;
+  SF2Converter converter(dir.file("in.sf2"), dir.path());
+  EXPECT_EQ(converter.createGeneratorInfo(45, -32768, false), "igen(startloopAddrsCoarseOffset) = -32768[0;128]");
+  EXPECT_EQ(converter.createGeneratorInfo(200, -1, true), "pgen(gdummy) = -1[255;255]");
+}
+
+TEST(NumberTextRecent, ValuesSharingARecentSlotKeepTheirOwnText) {
+  // Far more values than the table has slots, each formatted twice in a
+  // different order: a slot handing out another value's text shows here.
+  std::vector<double> values;
+  for (int i = -3000; i < 3000; ++i) values.push_back(std::pow(2.0, i / 1200.0) * (i % 2 ? -1 : 1));
+  for (int pass = 0; pass < 2; ++pass) {
+    for (size_t k = 0; k < values.size(); ++k) {
+      const double value = values[pass == 0 ? k : values.size() - 1 - k];
+      char expected[32];
+      std::snprintf(expected, sizeof expected, "%.6g", value);
+      ASSERT_EQ(tolvin::numberText(value), expected) << "pass " << pass;
+    }
+  }
+}
