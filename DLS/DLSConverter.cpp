@@ -207,7 +207,7 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
   const std::string path = outputFolder_ + "/" + bankFolder + "/" + fileName;
   if (result_.empty()) result_ = path;
 
-  instrumentFile_ = std::make_unique<tolvin::OutputFile>(path, outputPath_);
+  instrumentFile_ = std::make_unique<tolvin::OutputFile>(path, outputPath_, &checkedFolders_);
   if (!instrumentFile_->isOpen()) {
     if (!instrumentFile_->refusedLink()) std::cout << "error creating output file!\n";
     instrumentFile_.reset();

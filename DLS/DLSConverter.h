@@ -81,6 +81,7 @@ class DLSConverter : public ConverterBase {
   // Wave pool helpers.
   bool writeWaveLoop(WaveFileWriter& writer, const tolvin::IFFTreeNode* wave,
                      uint32_t sampleRate, const std::string& path);
+  // Writes the audio and finalizes the wave.
   void copyWaveData(WaveFileWriter& writer, const tolvin::IFFTreeNode* data, const std::string& path);
   void expandWaveData(WaveFileWriter& writer, const tolvin::IFFTreeNode* data, const std::string& path);
 
@@ -106,6 +107,7 @@ class DLSConverter : public ConverterBase {
   std::string outputPath_;    // the folder the user chose
   std::string outputFolder_;  // the collection's own folder in it
   std::set<std::string> bankFolders_;  // made already, each once
+  tolvin::CheckedFolders checkedFolders_;  // found not to be links, each once
   std::string collectionInfo_;
   bool consoleHex_ = false;
   const ChunkBlock* block_ = nullptr;  // the instrument or wave being written, read whole

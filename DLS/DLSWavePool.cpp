@@ -162,14 +162,14 @@ void DLSConverter::writeWave(const IFFTreeNode* wave, std::string& name) {
     return;
   }
 
-  tolvin::OutputFile file(path, outputPath_);
+  tolvin::OutputFile file(path, outputPath_, &checkedFolders_);
   if (!file.isOpen()) {
     if (!file.refusedLink()) std::cout << "Not able to open output file " << path << "\n";
     return;
   }
   bool writeFailed = false;
   {
-    WaveFileWriter writer(file.stream());
+    WaveFileWriter writer(file);
     if (!copyright.empty()) writer.set_string(WAVE_STRING_COPYRIGHT, copyright);
     // A wave with several loops is left as a header without audio.
     if (writeWaveLoop(writer, wave, sampleRate, path)) {
@@ -199,10 +199,10 @@ void DLSConverter::writeWave(const IFFTreeNode* wave, std::string& name) {
                   << " alloc:" << tolvin::hexText(allocation) << "\n";
         consoleHex_ = true;
         expandWaveData(writer, data, path);
+        writer.finalize();
       } else {
         copyWaveData(writer, data, path);
       }
-      writer.finalize();
       writeFailed = writer.writeFailed();
     }
   }
@@ -269,13 +269,14 @@ bool DLSConverter::writeWaveLoop(WaveFileWriter& writer, const IFFTreeNode* wave
 void DLSConverter::copyWaveData(WaveFileWriter& writer, const IFFTreeNode* data, const std::string& path) {
   tolvin::ByteReader audio;
   if (block_ && block_->slice(*tree_, data, audio)) {
-    writer.writeData(audio.data(), audio.size());
+    writer.finishWithData(audio.data(), audio.size());
     return;
   }
   BodyStream in(*tree_, tree_->chunkOffset(data, false), data->size);
   const uint8_t* piece = nullptr;
   while (size_t count = in.next(&piece)) writer.writeData(piece, count);
   if (in.truncated()) std::cout << "wave data runs past the end of the file:" << path << "\n";
+  writer.finalize();
 }
 
 void DLSConverter::expandWaveData(WaveFileWriter& writer, const IFFTreeNode* data, const std::string& path) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -32,10 +33,12 @@ bool isFolder(const std::string& path) {
   return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-bool isLink(const char* path) {
-  struct stat info;
-  return ::lstat(path, &info) == 0 && S_ISLNK(info.st_mode);
-}
+// What stands where an output file is to go.
+enum class Place {
+  kFree,          // nothing yet, or a file to replace
+  kLinkOnTheWay,  // the file or a folder above it is a link
+  kFolder,        // a folder: the file could never be renamed into place
+};
 
 // Where the components to examine start: just below the trusted folder, or
 // at the last component when the path is not below it.
@@ -82,20 +85,64 @@ bool OutputBudget::charge(uint64_t count) {
 bool OutputBudget::exceeded() { return gExceeded; }
 uint64_t OutputBudget::limit() { return gLimit; }
 
-bool linkOnTheWay(const std::string& path, const std::string& trustedFolder) {
+namespace {
+
+// Looks at each component below the trusted folder without following links;
+// folders in `checked` are skipped, and folders found real are added to it.
+// The last component is always looked at.
+Place examinePlace(const std::string& path, const std::string& trustedFolder, CheckedFolders* checked) {
   // One copy of the path, cut in place with a NUL at each component's end.
   std::string prefix = path;
   const size_t from = firstUntrustedComponent(path, trustedFolder);
+  bool lastExamined = false;
+  struct stat info;
   for (size_t end = from; end <= prefix.size(); ++end) {
     if (end < prefix.size() && prefix[end] != '/') continue;
     if (end == from || prefix[end - 1] == '/') continue;  // no component ends here
-    const char saved = end < prefix.size() ? prefix[end] : '\0';
-    if (end < prefix.size()) prefix[end] = '\0';
-    const bool link = isLink(prefix.c_str());
-    if (end < prefix.size()) prefix[end] = saved;
-    if (link) return true;
+    const bool last = end == prefix.size();
+    if (!last && checked && checked->contains(prefix.substr(0, end))) continue;
+    const char saved = last ? '\0' : prefix[end];
+    prefix[end] = '\0';
+    const bool found = ::lstat(prefix.c_str(), &info) == 0;
+    prefix[end] = saved;
+    if (found && S_ISLNK(info.st_mode)) return Place::kLinkOnTheWay;
+    if (last) lastExamined = true;
+    if (last && found && S_ISDIR(info.st_mode)) return Place::kFolder;
+    if (!last && found && S_ISDIR(info.st_mode) && checked) checked->add(prefix.substr(0, end));
   }
-  return false;
+  // A path ending in a slash names a folder whatever follows.
+  if (!lastExamined && isFolder(path)) return Place::kFolder;
+  return Place::kFree;
+}
+
+}  // namespace
+
+bool linkOnTheWay(const std::string& path, const std::string& trustedFolder) {
+  return examinePlace(path, trustedFolder, nullptr) == Place::kLinkOnTheWay;
+}
+
+bool writeFully(int descriptor, const void* first, size_t firstCount, const void* second, size_t secondCount) {
+  if (firstCount + secondCount == 0) return true;
+  iovec pieces[2] = {{const_cast<void*>(first), firstCount}, {const_cast<void*>(second), secondCount}};
+  iovec* next = pieces;
+  int left = secondCount > 0 ? 2 : 1;
+  while (left > 0) {
+    const ssize_t n = ::writev(descriptor, next, left);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    // Step past what went through; a piece written in part is resumed.
+    size_t done = static_cast<size_t>(n);
+    while (left > 0 && done >= next->iov_len) {
+      done -= next->iov_len;
+      ++next;
+      --left;
+    }
+    if (left > 0) {
+      next->iov_base = static_cast<char*>(next->iov_base) + done;
+      next->iov_len -= done;
+    }
+  }
+  return true;
 }
 
 // A put area over the file's counted writes, so that text written with <<
@@ -125,53 +172,55 @@ class OutputFile::TextBuffer : public std::streambuf {
   char buffer_[16384];
 };
 
-OutputFile::OutputFile(const std::string& path, const std::string& trustedFolder) : path_(path) {
+OutputFile::OutputFile(const std::string& path, const std::string& trustedFolder, CheckedFolders* checked)
+    : path_(path) {
   if (OutputBudget::exceeded()) throw OutputLimitReached(OutputBudget::limit());
-  open(trustedFolder);
+  open(trustedFolder, checked);
 }
 
 OutputFile::~OutputFile() { discard(); }
 
-void OutputFile::open(const std::string& trustedFolder) {
+void OutputFile::open(const std::string& trustedFolder, CheckedFolders* checked) {
   if (path_.empty()) return;
-  if (linkOnTheWay(path_, trustedFolder)) {
+  const Place place = examinePlace(path_, trustedFolder, checked);
+  if (place == Place::kLinkOnTheWay) {
     refusedLink_ = true;
     std::cout << "output path holds a link, file not written:" << path_ << std::endl;
     return;
   }
-  if (isFolder(path_)) return;  // could never be renamed into place
+  if (place == Place::kFolder) return;
   const size_t slash = path_.rfind('/');
   const std::string folder = slash == std::string::npos ? std::string() : path_.substr(0, slash + 1);
   for (int attempt = 0; attempt < kTemporaryNameTries; ++attempt) {
     temporaryPath_ = folder + ".sorvane-" + processIdText() + "-" +
                      std::to_string(gTemporaryCounter.fetch_add(1)) + ".tmp";
-    const int descriptor =
-        ::open(temporaryPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (descriptor >= 0) {
-      stream_ = ::fdopen(descriptor, "wb");
-      if (!stream_) {
-        ::close(descriptor);
-        ::unlink(temporaryPath_.c_str());
-      } else {
-        // A buffer of its own: most files then reach the disk in one write,
-        // and the stream never asks the file system for a block size.
-        streamBuffer_.reset(new char[kStreamBufferSize]);
-        std::setvbuf(stream_, streamBuffer_.get(), _IOFBF, kStreamBufferSize);
-      }
-      break;
-    }
-    if (errno != EEXIST) break;
+    descriptor_ = ::open(temporaryPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (descriptor_ >= 0 || errno != EEXIST) break;
   }
-  if (!stream_) temporaryPath_.clear();
+  if (descriptor_ < 0) temporaryPath_.clear();
+}
+
+FILE* OutputFile::stream() {
+  if (stream_ || descriptor_ < 0) return stream_;
+  stream_ = ::fdopen(descriptor_, "wb");
+  if (!stream_) {
+    failed_ = true;
+    return nullptr;
+  }
+  // A buffer of its own: most files then reach the disk in one write, and the
+  // stream never asks the file system for a block size.
+  streamBuffer_.reset(new char[kStreamBufferSize]);
+  std::setvbuf(stream_, streamBuffer_.get(), _IOFBF, kStreamBufferSize);
+  return stream_;
 }
 
 bool OutputFile::write(const void* bytes, size_t count) {
-  if (!stream_ || failed_) return false;
-  if (!OutputBudget::charge(count) || (count && std::fwrite(bytes, 1, count, stream_) != count)) {
-    failed_ = true;
-    return false;
-  }
-  return true;
+  if (!isOpen() || failed_) return false;
+  const bool written = OutputBudget::charge(count) &&
+                       (stream_ ? count == 0 || std::fwrite(bytes, 1, count, stream_) == count
+                                : writeFully(descriptor_, bytes, count));
+  if (!written) failed_ = true;
+  return written;
 }
 
 std::streambuf* OutputFile::textBuffer() {
@@ -179,12 +228,25 @@ std::streambuf* OutputFile::textBuffer() {
   return textBuffer_.get();
 }
 
-bool OutputFile::commit() {
-  if (!stream_) return false;
-  if (textBuffer_ && textBuffer_->pubsync() != 0) failed_ = true;
-  if (std::fflush(stream_) != 0 || std::ferror(stream_)) failed_ = true;
-  const bool closed = std::fclose(stream_) == 0;
+// Closes the stream, or the descriptor when no stream was made; false when
+// buffered bytes could not be written or the close failed.
+bool OutputFile::closeFile() {
+  bool closed = true;
+  if (stream_) {
+    if (std::fflush(stream_) != 0 || std::ferror(stream_)) closed = false;
+    closed = std::fclose(stream_) == 0 && closed;
+  } else if (descriptor_ >= 0) {
+    closed = ::close(descriptor_) == 0;
+  }
   stream_ = nullptr;
+  descriptor_ = -1;
+  return closed;
+}
+
+bool OutputFile::commit() {
+  if (!isOpen()) return false;
+  if (textBuffer_ && textBuffer_->pubsync() != 0) failed_ = true;
+  const bool closed = closeFile();
   const bool whole = closed && !failed_;
   if (!whole || std::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
     ::unlink(temporaryPath_.c_str());
@@ -197,8 +259,7 @@ bool OutputFile::commit() {
 }
 
 void OutputFile::discard() {
-  if (stream_) std::fclose(stream_);
-  stream_ = nullptr;
+  closeFile();
   if (!temporaryPath_.empty()) ::unlink(temporaryPath_.c_str());
   temporaryPath_.clear();
 }

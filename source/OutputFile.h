@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <set>
 #include <streambuf>
 #include <stdexcept>
 #include <string>
@@ -41,25 +42,45 @@ class OutputBudget {
   static uint64_t limit();
 };
 
+// The folders below the trusted folder that a converter has already found to
+// be real folders and not links. A converter writing hundreds of files into a
+// few folders of its own keeps one, so that each folder is looked at once per
+// run rather than once per file; the file's own place is looked at every time.
+class CheckedFolders {
+ public:
+  bool contains(const std::string& folder) const { return folders_.count(folder) != 0; }
+  void add(const std::string& folder) { folders_.insert(folder); }
+
+ private:
+  std::set<std::string> folders_;
+};
+
 class OutputFile {
  public:
   // Opens a temporary file beside `path`. `trustedFolder` is the folder the
   // user chose: neither the file nor any folder between it and that folder
   // may be a link; when one is, that is reported on the console and the file
-  // is not opened. Throws OutputLimitReached once the budget is spent.
-  OutputFile(const std::string& path, const std::string& trustedFolder);
+  // is not opened. Folders in `checked` are taken as examined already, and
+  // folders found real are added to it. Throws OutputLimitReached once the
+  // budget is spent.
+  OutputFile(const std::string& path, const std::string& trustedFolder, CheckedFolders* checked = nullptr);
   ~OutputFile();  // an uncommitted file is removed
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  bool isOpen() const { return stream_ != nullptr; }
+  bool isOpen() const { return descriptor_ >= 0; }
   // True when a link stood in the way (already reported).
   bool refusedLink() const { return refusedLink_; }
   const std::string& path() const { return path_; }
 
-  // The open stream, for writers that write, seek and patch it themselves.
-  FILE* stream() const { return stream_; }
-  // Counted write; false when it did not go through whole.
+  // The open stream, for writers that write, seek and patch it themselves;
+  // made on first use, after which every write goes through it.
+  FILE* stream();
+  // The open descriptor, for writers that write and patch it themselves
+  // without a stream (never mixed with stream()); -1 when not open.
+  int descriptor() const { return descriptor_; }
+  // Counted write; false when it did not go through whole. Without a stream
+  // the bytes go straight to the file: callers hand over blocks, not bytes.
   bool write(const void* bytes, size_t count);
   bool write(const std::string& text) { return write(text.data(), text.size()); }
   // A buffer over the file's counted writes, for a converter's text stream
@@ -78,11 +99,13 @@ class OutputFile {
  private:
   class TextBuffer;
 
-  void open(const std::string& trustedFolder);
+  void open(const std::string& trustedFolder, CheckedFolders* checked);
+  bool closeFile();
 
   std::string path_;
   std::string temporaryPath_;
-  FILE* stream_ = nullptr;
+  int descriptor_ = -1;
+  FILE* stream_ = nullptr;  // over descriptor_, once asked for
   std::unique_ptr<char[]> streamBuffer_;  // the stream's, kept until it is closed
   bool refusedLink_ = false;
   bool failed_ = false;
@@ -93,5 +116,11 @@ class OutputFile {
 // link. Only the part of the path below `trustedFolder` is examined (the whole
 // last component when the path does not start with it).
 bool linkOnTheWay(const std::string& path, const std::string& trustedFolder);
+
+// Writes `firstCount` bytes and then `secondCount` bytes at the descriptor's
+// position, in one system call when it takes them all; false when they did
+// not all go through.
+bool writeFully(int descriptor, const void* first, size_t firstCount, const void* second = nullptr,
+                size_t secondCount = 0);
 
 }  // namespace tolvin

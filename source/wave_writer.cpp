@@ -64,6 +64,8 @@ uint64_t bufferedCopy(int source, off_t* in, int target, off_t* out, uint64_t co
 
 WaveFileWriter::WaveFileWriter(FILE* file) : file_(file), ownsFile_(false) { start(); }
 
+WaveFileWriter::WaveFileWriter(tolvin::OutputFile& file) : descriptor_(file.descriptor()) { start(); }
+
 WaveFileWriter::WaveFileWriter(const char* path) {
   if (path) openOwnFile(tolvin::TLVSConv(path, tolvin::UTF8));
   start();
@@ -81,7 +83,7 @@ void WaveFileWriter::openOwnFile(const std::string& path) {
 }
 
 WaveFileWriter::~WaveFileWriter() {
-  if (!finalized_ && !abandoned_ && file_) finalize();
+  if (!finalized_ && !abandoned_ && hasFile()) finalize();
   if (ownFile_ && file_) {
     if (failed_) ownFile_->markFailed();
     try {
@@ -97,21 +99,61 @@ void WaveFileWriter::start() {
   dataEnd_ = 0;
   dataSizePosition_ = 0;
   finalized_ = false;
-  if (!file_) return;
+  head_.clear();
+  headSent_ = false;
+  position_ = 0;
+  if (!hasFile()) return;
   unsigned char placeholder[kHeaderPlaceholder] = {0xFF};
   writeBytes(placeholder, sizeof placeholder);
 }
 
 bool WaveFileWriter::writeBytes(const void* bytes, size_t count) {
-  const bool written = file_ && tolvin::OutputBudget::charge(count) &&
-                       (count == 0 || std::fwrite(bytes, 1, count, file_) == count);
+  bool written = hasFile() && tolvin::OutputBudget::charge(count);
+  if (written && count > 0) {
+    if (file_)
+      written = std::fwrite(bytes, 1, count, file_) == count;
+    else if (!headSent_)
+      head_.append(static_cast<const char*>(bytes), count);
+    else
+      written = tolvin::writeFully(descriptor_, bytes, count);
+    position_ += count;
+  }
   if (!written) failed_ = true;
   return written;
 }
 
+bool WaveFileWriter::writeAudio(const void* bytes, size_t count) {
+  if (file_ || headSent_ || count == 0) return writeBytes(bytes, count);
+  if (!tolvin::OutputBudget::charge(count)) {
+    failed_ = true;
+    return false;
+  }
+  return sendHead(bytes, count);
+}
+
+bool WaveFileWriter::sendHead(const void* bytes, size_t count) {
+  headSent_ = true;
+  position_ += count;
+  if (tolvin::writeFully(descriptor_, head_.data(), head_.size(), bytes, count)) return true;
+  failed_ = true;
+  return false;
+}
+
 uint64_t WaveFileWriter::tell() const {
-  off_t here = file_ ? ftello(file_) : -1;
+  if (!file_) return position_;
+  off_t here = ftello(file_);
   return here < 0 ? 0 : static_cast<uint64_t>(here);
+}
+
+bool WaveFileWriter::patch(uint64_t offset, const void* bytes, size_t count) {
+  if (file_) return fseeko(file_, static_cast<off_t>(offset), SEEK_SET) == 0 && writeBytes(bytes, count);
+  if (!hasFile() || offset > head_.size() || count > head_.size() - offset ||
+      !tolvin::OutputBudget::charge(count)) {
+    failed_ = true;
+    return false;
+  }
+  std::memcpy(&head_[offset], bytes, count);
+  return true;
 }
 
 bool WaveFileWriter::write_fourcc(const char* text) { return text && writeBytes(text, 4); }
@@ -125,7 +167,7 @@ bool WaveFileWriter::write_uint16(unsigned short value) {
 }
 
 bool WaveFileWriter::appendChunk(unsigned id, unsigned size, const void* data) {
-  if (!file_ || finalized_ || (size && !data)) return false;
+  if (!hasFile() || finalized_ || (size && !data)) return false;
   bool odd = size & 1;
   bool ok = write_uint32(id) && write_uint32(odd ? size + 1 : size) && writeBytes(data, size);
   if (odd) ok = ok && writeBytes("", 1);
@@ -133,7 +175,7 @@ bool WaveFileWriter::appendChunk(unsigned id, unsigned size, const void* data) {
 }
 
 bool WaveFileWriter::appendWAVE_smpl_loop(const Chunk_smpl_header* header, const Chunk_smpl_loop* loop) {
-  if (!file_ || finalized_ || !header || !loop) return false;
+  if (!hasFile() || finalized_ || !header || !loop) return false;
   return write_fourcc("smpl") && write_uint32(sizeof *header + sizeof *loop) &&
          writeBytes(header, sizeof *header) && writeBytes(loop, sizeof *loop);
 }
@@ -149,7 +191,7 @@ bool WaveFileWriter::appendWAVE_smpl(unsigned unityNote, unsigned loopStart, uns
 }
 
 bool WaveFileWriter::set_string(WAVE_STRING kind, const std::string& text) {
-  if (!file_) return false;
+  if (!hasFile()) return false;
   const unsigned length = static_cast<unsigned>(text.size());
   const unsigned padding = (length & 1) ? 1 : 2;  // always zero-terminated, always even
   bool ok = write_fourcc("LIST") && write_uint32(length + padding + 12) && write_fourcc("INFO");
@@ -161,7 +203,7 @@ bool WaveFileWriter::set_string(WAVE_STRING kind, const std::string& text) {
 }
 
 bool WaveFileWriter::set_regions(const std::vector<WaveRegion>& regions) {
-  if (!file_) return false;
+  if (!hasFile()) return false;
   const uint32_t count = static_cast<uint32_t>(regions.size());
   bool ok = write_fourcc("cue ") && write_uint32(24 * count + 4) && write_uint32(count);
   for (uint32_t i = 0; i < count; ++i) {
@@ -186,15 +228,16 @@ bool WaveFileWriter::set_regions(const std::vector<WaveRegion>& regions) {
     if (odd) ok = ok && writeBytes("", 1);
   }
   const uint32_t endPosition = static_cast<uint32_t>(tell());
-  ok = ok && fseeko(file_, sizePosition, SEEK_SET) == 0 &&
-       write_uint32(endPosition - sizePosition - 4) && fseeko(file_, endPosition, SEEK_SET) == 0;
+  const uint32_t listSize = endPosition - sizePosition - 4;
+  ok = ok && patch(sizePosition, &listSize, sizeof listSize) &&
+       (!file_ || fseeko(file_, endPosition, SEEK_SET) == 0);
   if (!ok) failed_ = true;
   return ok;
 }
 
 bool WaveFileWriter::prepareData(unsigned long sampleRate, unsigned long channels,
                                  unsigned long bitsPerSample, bool isFloat) {
-  if (!file_) return false;
+  if (!hasFile()) return false;
   format_.sampleRate = static_cast<uint32_t>(sampleRate);
   format_.channels = static_cast<uint16_t>(channels);
   format_.bitsPerSample = static_cast<uint16_t>(bitsPerSample);
@@ -212,14 +255,14 @@ bool WaveFileWriter::prepareData(unsigned long sampleRate, unsigned long channel
 }
 
 bool WaveFileWriter::writeData(const void* bytes, unsigned long long count) {
-  if (!file_ || (count && !bytes)) return false;
-  bool ok = writeBytes(bytes, static_cast<size_t>(count));
+  if (!hasFile() || (count && !bytes)) return false;
+  bool ok = writeAudio(bytes, static_cast<size_t>(count));
   dataEnd_ += count;
   return ok;
 }
 
 bool WaveFileWriter::writeData(const void* left, const void* right, unsigned long frames) {
-  if (!file_ || (frames && (!left || !right))) return false;
+  if (!hasFile() || (frames && (!left || !right))) return false;
   const size_t width = format_.bitsPerSample / 8;
   if (width == 0 || frames == 0) return true;
   const auto* l = static_cast<const unsigned char*>(left);
@@ -232,7 +275,7 @@ bool WaveFileWriter::writeData(const void* left, const void* right, unsigned lon
       std::memcpy(&block[f * 2 * width], l + (done + f) * width, width);
       std::memcpy(&block[f * 2 * width + width], r + (done + f) * width, width);
     }
-    ok = writeBytes(block.data(), n * 2 * width) && ok;
+    ok = writeAudio(block.data(), n * 2 * width) && ok;
     dataEnd_ += n * 2 * width;
     done += n;
   }
@@ -240,34 +283,66 @@ bool WaveFileWriter::writeData(const void* left, const void* right, unsigned lon
 }
 
 uint64_t WaveFileWriter::copyData(int source, uint64_t offset, uint64_t count) {
-  if (!file_ || source < 0 || count == 0) return 0;
+  if (!hasFile() || source < 0 || count == 0) return 0;
   if (!tolvin::OutputBudget::charge(count)) {
     failed_ = true;
     return 0;
   }
-  // Everything the stream holds goes out first; the copy then writes at the
-  // stream's position and the stream is moved past what was copied.
+  // Everything the stream (or the head) holds goes out first; the copy then
+  // writes at the file's position and the file is moved past what was copied.
   const uint64_t start = tell();
-  if (std::fflush(file_) != 0) {
+  if (file_ ? std::fflush(file_) != 0 : !headSent_ && !sendHead(nullptr, 0)) {
     failed_ = true;
     return 0;
   }
   off_t in = static_cast<off_t>(offset);
   off_t out = static_cast<off_t>(start);
-  const uint64_t copied = bufferedCopy(source, &in, fileno(file_), &out, count, &failed_);
-  if (fseeko(file_, out, SEEK_SET) != 0) failed_ = true;
+  const int target = file_ ? fileno(file_) : descriptor_;
+  const uint64_t copied = bufferedCopy(source, &in, target, &out, count, &failed_);
+  const bool moved = file_ ? fseeko(file_, out, SEEK_SET) == 0 : ::lseek(descriptor_, out, SEEK_SET) == out;
+  if (!moved) failed_ = true;
+  position_ = static_cast<uint64_t>(out);
   dataEnd_ += static_cast<uint64_t>(out) - start;
   return copied;
 }
 
-bool WaveFileWriter::finalize() {
-  if (!file_) return false;
-  bool ok = fseeko(file_, static_cast<off_t>(dataSizePosition_), SEEK_SET) == 0 &&
-            write_uint32(static_cast<unsigned>(dataEnd_ - dataSizePosition_));
-  ok = ok && fseeko(file_, 0, SEEK_SET) == 0 && write_fourcc("RIFF") &&
-       write_uint32(static_cast<unsigned>(dataEnd_ - 4)) && write_fourcc("WAVE") &&
-       write_fourcc("fmt ") && write_uint32(sizeof format_) && writeBytes(&format_, sizeof format_);
+bool WaveFileWriter::finalize() { return finalizeWith(nullptr, 0); }
+
+bool WaveFileWriter::finishWithData(const void* bytes, uint64_t count) {
+  if (!hasFile() || (count && !bytes)) return false;
+  if (file_ || headSent_) {
+    const bool written = writeData(bytes, count);
+    return finalize() && written;
+  }
+  // The head is patched first and goes out with the audio behind it.
+  const bool charged = tolvin::OutputBudget::charge(count);
+  if (!charged) failed_ = true;
+  dataEnd_ += count;
+  return finalizeWith(charged ? bytes : nullptr, charged ? static_cast<size_t>(count) : 0) && charged;
+}
+
+bool WaveFileWriter::finalizeWith(const void* audio, size_t count) {
+  if (!hasFile()) return false;
+  const uint32_t dataSize = static_cast<uint32_t>(dataEnd_ - dataSizePosition_);
+  const uint32_t riffSize = static_cast<uint32_t>(dataEnd_ - 4);
+  const uint32_t fmtSize = sizeof format_;
+  unsigned char header[kHeaderPlaceholder];
+  std::memcpy(header, "RIFF", 4);
+  std::memcpy(header + 4, &riffSize, 4);
+  std::memcpy(header + 8, "WAVEfmt ", 8);
+  std::memcpy(header + 16, &fmtSize, 4);
+  std::memcpy(header + 20, &format_, sizeof format_);
+  static_assert(20 + sizeof(WaveFormatRecord) == kHeaderPlaceholder, "header fills the placeholder");
+  bool ok = patch(dataSizePosition_, &dataSize, sizeof dataSize) && patch(0, header, sizeof header);
   finalized_ = true;
-  if (!ok || std::fflush(file_) != 0) failed_ = true;
+  if (file_) {
+    if (!ok || std::fflush(file_) != 0) failed_ = true;
+    return ok;
+  }
+  if (!headSent_)
+    ok = sendHead(audio, count) && ok;
+  else
+    ok = ok && writeWhole(descriptor_, reinterpret_cast<const unsigned char*>(head_.data()), head_.size(), 0);
+  if (!ok) failed_ = true;
   return ok;
 }

@@ -1,6 +1,11 @@
 // Writes one RIFF WAVE file in a single forward pass with two back-patches:
 // construct, add metadata chunks, prepareData, writeData any number of
 // times, finalize. Sample bytes are written as given.
+//
+// Given an OutputFile, the writer keeps everything before the audio in
+// memory and patches it there: a wave whose audio comes in one piece
+// (finishWithData) reaches the disk in one write, any other in one write per
+// piece of audio and one positioned write of the header at the end.
 #pragma once
 
 #include <cstdint>
@@ -64,6 +69,8 @@ enum WAVE_STRING {
 class WaveFileWriter {
  public:
   explicit WaveFileWriter(FILE* file);        // the caller keeps and closes the stream
+  // Writes to the file's descriptor; the caller commits the file.
+  explicit WaveFileWriter(tolvin::OutputFile& file);
   // A file of its own, put in place whole when the writer goes away.
   explicit WaveFileWriter(const char* path);  // null: no file
   explicit WaveFileWriter(const std::string& path);  // empty: no file
@@ -71,7 +78,7 @@ class WaveFileWriter {
   WaveFileWriter(const WaveFileWriter&) = delete;
   WaveFileWriter& operator=(const WaveFileWriter&) = delete;
 
-  bool hasFile() const { return file_ != nullptr; }
+  bool hasFile() const { return file_ != nullptr || descriptor_ >= 0; }
   bool isFinalized() const { return finalized_; }
   // True once any write or seek has failed (a full disk, a size limit): the
   // file on disk is then not whole.
@@ -100,6 +107,9 @@ class WaveFileWriter {
   // a failed write shows in writeFailed().
   uint64_t copyData(int source, uint64_t offset, uint64_t count);
   bool finalize();
+  // Writes the last `count` bytes of audio and finalizes; given an
+  // OutputFile and no audio before, the whole file goes out in one write.
+  bool finishWithData(const void* bytes, uint64_t count);
   // Leaves the file as it stands, its header unpatched (so never taken for a
   // whole wave); the destructor then does not finalize it.
   void abandon() { abandoned_ = true; }
@@ -111,8 +121,22 @@ class WaveFileWriter {
   void openOwnFile(const std::string& path);
   bool writeBytes(const void* bytes, size_t count);
   uint64_t tell() const;
+  // Overwrites bytes written before, counted like any write: through the
+  // stream (left at the patch's end), or in the head kept in memory.
+  bool patch(uint64_t offset, const void* bytes, size_t count);
+  // Audio bytes: without a stream, the first ones take the head along.
+  bool writeAudio(const void* bytes, size_t count);
+  // Sends the gathered head out, followed by `count` bytes of audio.
+  bool sendHead(const void* bytes, size_t count);
+  // Patches the header; without a stream the head then goes out (with
+  // `count` bytes of audio behind it) or, when already out, is rewritten.
+  bool finalizeWith(const void* audio, size_t count);
 
   FILE* file_ = nullptr;
+  int descriptor_ = -1;   // without a stream: written directly
+  std::string head_;      // without a stream: the bytes before the audio
+  bool headSent_ = false;  // ... already on disk
+  uint64_t position_ = 0;  // without a stream: bytes written so far
   bool ownsFile_ = false;
   std::unique_ptr<tolvin::OutputFile> ownFile_;
   WaveFormatRecord format_{};
