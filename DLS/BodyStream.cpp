@@ -18,8 +18,7 @@ bool BodyStream::fill(size_t wanted) {
   const size_t room = buffer_.size() - end_;
   const size_t toRead = static_cast<size_t>(std::min<uint64_t>(room, unread_));
   if (toRead > 0) {
-    size_t got = 0;
-    if (tree_.IFF_SEEK(fileOffset_, 0)) got = static_cast<size_t>(tree_.IFF_READ(buffer_.data() + end_, 1, toRead));
+    const size_t got = static_cast<size_t>(tree_.readAt(fileOffset_, buffer_.data() + end_, toRead));
     end_ += got;
     fileOffset_ += got;
     unread_ -= got;

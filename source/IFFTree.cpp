@@ -1,5 +1,9 @@
 #include "source/IFFTree.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -16,8 +20,11 @@ namespace {
 // Real files nest a handful of levels; anything deeper is hostile and would
 // otherwise exhaust the stack.
 const int kMaxNesting = 256;
-// Chunks up to this size are read past rather than seeked over.
-const size_t kSkipByReading = 4096;
+// The parser's window over a stream source: small where it lands after
+// passing over a body (a wave's few header chunks), doubling while it reads on
+// through runs of small chunks.
+const uint64_t kSmallWindow = 4096;
+const uint64_t kLargeWindow = 64 << 10;
 
 const char* const kContainerIds[] = {"RIFF", "RIFX", "LIST", "list", "FORM",
                                      "PROP", "CAT ", "IF64", "if64", "riff"};
@@ -99,6 +106,8 @@ bool IFFTree::setLoadMethod(IFF_LOAD_METHOD method) {
       fileSize = end > 0 ? static_cast<uint64_t>(end) : 0;
       fseeko(stream_, 0, SEEK_SET);
       position = 0;
+      cursor_ = 0;
+      windowLength_ = 0;
       break;
     }
     case IFF_LOAD_WHOLE_FILE: {
@@ -134,12 +143,12 @@ bool IFFTree::setLoadMethod(IFF_LOAD_METHOD method) {
 bool IFFTree::process(IFF_LOAD_METHOD method) {
   if (!setLoadMethod(method)) return false;
   uint8_t head[4] = {0, 0, 0, 0};
-  if (!readExactly(head, 4)) {
+  if (!parseRead(head, 4)) {
     closeFile();
     return false;
   }
   std::memcpy(magic, head, 4);
-  IFF_SEEK(0, 0);
+  parseSeek(0);
   root = std::make_unique<IFFTreeNode>(nullptr, path, 0, fileSize);
 
   IFFTreeNode* start = root.get();
@@ -184,7 +193,7 @@ bool IFFTree::process(IFF_LOAD_METHOD method) {
   }
   swap = bigEndian != !LittleEndian();
 
-  IFF_SEEK(startOffset, 0);
+  parseSeek(startOffset);
   position = startOffset;
   int64_t toParse = static_cast<int64_t>(fileSize) - static_cast<int64_t>(startOffset);
   if (!ParseChunk(start, toParse)) {
@@ -199,6 +208,36 @@ bool IFFTree::readExactly(void* buffer, uint64_t count) {
   return count == 0 || IFF_READ(buffer, 1, count) == count;
 }
 
+bool IFFTree::parseRead(void* buffer, uint64_t count) {
+  if (loadMethod != IFF_LOAD_STREAM) return readExactly(buffer, count);
+  auto* out = static_cast<uint8_t*>(buffer);
+  while (count > 0) {
+    if ((cursor_ < windowStart_ || cursor_ - windowStart_ >= windowLength_) && !fillWindow()) return false;
+    const uint64_t offset = cursor_ - windowStart_;
+    const uint64_t piece = std::min(count, windowLength_ - offset);
+    std::memcpy(out, window_.data() + offset, static_cast<size_t>(piece));
+    out += piece;
+    cursor_ += piece;
+    count -= piece;
+  }
+  return true;
+}
+
+bool IFFTree::fillWindow() {
+  const bool readingOn = windowLength_ > 0 && cursor_ == windowStart_ + windowLength_;
+  const uint64_t size = readingOn ? std::min(2 * window_.size(), kLargeWindow) : kSmallWindow;
+  window_.resize(static_cast<size_t>(size));
+  windowStart_ = cursor_;
+  windowLength_ = readAt(cursor_, window_.data(), size);
+  return windowLength_ > 0;
+}
+
+bool IFFTree::parseSeek(uint64_t offset) {
+  if (loadMethod != IFF_LOAD_STREAM) return IFF_SEEK(offset, 0);
+  cursor_ = offset;
+  return true;
+}
+
 void IFFTree::skipForward(uint64_t count) {
   // Called right after a chunk header, which starts at `position`: the
   // target is known without asking the stream. A size that runs past the end
@@ -206,17 +245,10 @@ void IFFTree::skipForward(uint64_t count) {
   // data there, as it would past the end.
   const uint64_t here = position + static_cast<uint64_t>(idSize + sizeSize);
   if (count > fileSize - std::min(fileSize, here)) {
-    if (IFF_SEEK(0, 2)) position = std::max(fileSize, here);
+    if (parseSeek(fileSize)) position = std::max(fileSize, here);
     return;
   }
-  // A stream seeks with a system call even inside its buffer; small chunks,
-  // by far the most, are cheaper to read past.
-  uint8_t scratch[kSkipByReading];
-  if (loadMethod == IFF_LOAD_STREAM && count <= sizeof scratch && readExactly(scratch, count)) {
-    position = here + count;
-    return;
-  }
-  if (IFF_SEEK(here + count, 0)) position = here + count;
+  if (parseSeek(here + count)) position = here + count;
 }
 
 bool IFFTree::ParseChunk(IFFTreeNode* parent, int64_t remaining) {
@@ -231,14 +263,14 @@ bool IFFTree::parseLevel(IFFTreeNode* parent, int64_t remaining, int depth) {
   }
   for (;;) {
     uint8_t id[16] = {};
-    if (!sizeFirst && !readExactly(id, idSize)) {
+    if (!sizeFirst && !parseRead(id, idSize)) {
       report("Not enough space in real file for new chunks!!");
       return false;
     }
     uint64_t size = 0;
     if (sizeSize == 8) {
       uint64_t raw = 0;
-      if (!readExactly(&raw, 8)) {
+      if (!parseRead(&raw, 8)) {
         report("Tree Error3");
         return false;
       }
@@ -247,7 +279,7 @@ bool IFFTree::parseLevel(IFFTreeNode* parent, int64_t remaining, int depth) {
       size = raw;
     } else {
       uint32_t raw = 0;
-      if (!readExactly(&raw, 4)) {
+      if (!parseRead(&raw, 4)) {
         report("Tree Error2");
         return false;
       }
@@ -255,7 +287,7 @@ bool IFFTree::parseLevel(IFFTreeNode* parent, int64_t remaining, int depth) {
       size = raw;
     }
     if (pad && (size & 1) && size != std::numeric_limits<uint64_t>::max()) ++size;
-    if (sizeFirst && !readExactly(id, idSize)) {
+    if (sizeFirst && !parseRead(id, idSize)) {
       report("Not enough space in real file for new chunks!!");
       return false;
     }
@@ -266,7 +298,7 @@ bool IFFTree::parseLevel(IFFTreeNode* parent, int64_t remaining, int depth) {
       skipForward(size);
     } else {
       uint8_t type[16] = {};
-      if (typeSize && !readExactly(type, typeSize)) {
+      if (typeSize && !parseRead(type, typeSize)) {
         report("Tree Error4");
         return false;
       }
@@ -329,6 +361,21 @@ bool IFFTree::IFF_SEEK(uint64_t offset, int whence) {
   return true;
 }
 
+uint64_t IFFTree::readAt(uint64_t offset, void* buffer, uint64_t count) {
+  if (loadMethod != IFF_LOAD_STREAM || !stream_) return IFF_SEEK(offset, 0) ? IFF_READ(buffer, 1, count) : 0;
+  auto* out = static_cast<uint8_t*>(buffer);
+  uint64_t got = 0;
+  while (got < count) {
+    if (offset + got > static_cast<uint64_t>(std::numeric_limits<off_t>::max())) break;
+    const ssize_t n = ::pread(fileno(stream_), out + got, static_cast<size_t>(count - got),
+                              static_cast<off_t>(offset + got));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    got += static_cast<uint64_t>(n);
+  }
+  return got;
+}
+
 int IFFTree::streamDescriptor() const {
   return loadMethod == IFF_LOAD_STREAM && stream_ ? fileno(stream_) : -1;
 }
@@ -377,7 +424,7 @@ const uint8_t* IFFTree::GetChunkPtrOffset(uint64_t offset, uint64_t length) {
   if (offset > fileSize || length > fileSize - offset) return nullptr;
   uint8_t* buffer = static_cast<uint8_t*>(defaultAlloc(static_cast<size_t>(length)));
   if (!buffer) return nullptr;
-  if (!IFF_SEEK(offset, 0) || (length && IFF_READ(buffer, 1, length) != length)) {
+  if (length && readAt(offset, buffer, length) != length) {
     defaultFree(buffer);
     return nullptr;
   }

@@ -64,6 +64,10 @@ class IFFTree {
 
   // Stream sources return the item count, memory sources the byte count.
   uint64_t IFF_READ(void* buffer, uint64_t itemSize, uint64_t count);
+  // Reads up to `count` bytes at `offset` and returns how many it got; a
+  // stream source is read with positioned reads that leave the stream where
+  // it is.
+  uint64_t readAt(uint64_t offset, void* buffer, uint64_t count);
   bool IFF_SEEK(uint64_t offset, int whence);
   int64_t IFF_TELL();
 
@@ -105,6 +109,12 @@ class IFFTree {
   bool parseLevel(IFFTreeNode* parent, int64_t remaining, int depth);
   bool readExactly(void* buffer, uint64_t count);
   void skipForward(uint64_t count);
+  // The parser reads through these: from a stream source through a window
+  // filled by positioned reads, so that passing over a chunk's body costs no
+  // system call; from any other source as IFF_READ and IFF_SEEK do.
+  bool parseRead(void* buffer, uint64_t count);
+  bool parseSeek(uint64_t offset);
+  bool fillWindow();
   bool isMemorySource() const;
 
   // Memory sources (methods 1, 2 and 4).
@@ -117,6 +127,12 @@ class IFFTree {
   VirtualFile* virtualFile_ = nullptr;  // method 5
   bool wave64_ = false;
   bool nsfe_ = false;
+
+  // The parser's place in a stream source and its window of read bytes.
+  uint64_t cursor_ = 0;
+  std::vector<uint8_t> window_;
+  uint64_t windowStart_ = 0;
+  uint64_t windowLength_ = 0;
 
   struct FetchedBody {
     uint8_t* buffer;
