@@ -35,11 +35,39 @@ bool isContainerId(const uint8_t* id) {
   return false;
 }
 
-// The first four bytes as zero-terminated text.
+// Appends the first four bytes as zero-terminated text; returns the end.
+char* appendFourChars(char* out, const uint8_t* bytes) {
+  for (size_t i = 0; i < 4 && bytes[i] != 0; ++i) *out++ = static_cast<char>(bytes[i]);
+  return out;
+}
+
 std::string fourCharText(const uint8_t* bytes) {
-  size_t length = 0;
-  while (length < 4 && bytes[length] != 0) ++length;
-  return std::string(reinterpret_cast<const char*>(bytes), length);
+  char text[4];
+  return std::string(text, appendFourChars(text, bytes));
+}
+
+// A container's node name: its identifier and form type, "LIST(wave)".
+std::string containerName(const uint8_t* id, const uint8_t* type) {
+  static const uint8_t kZeroType[4] = {0, 0, 0, 0};
+  static const uint8_t kNullType[4] = {'N', 'U', 'L', 'L'};
+  char text[10];
+  char* end = appendFourChars(text, id);
+  *end++ = '(';
+  end = appendFourChars(end, std::memcmp(type, kZeroType, 4) == 0 ? kNullType : type);
+  *end++ = ')';
+  return std::string(text, end);
+}
+
+// Most lists hold a handful of chunks: room for that many from the first one
+// on spares a big bank's tree tens of thousands of regrowths.
+const size_t kFirstChildren = 4;
+
+// The parser's way to add a node: the name is moved in, not copied from text.
+IFFTreeNode* appendChild(IFFTreeNode* parent, std::string name, uint64_t offset, uint64_t size) {
+  auto& children = parent->children;
+  if (children.empty()) children.reserve(kFirstChildren);
+  children.push_back(std::make_unique<IFFTreeNode>(parent, std::move(name), offset, size));
+  return children.back().get();
 }
 
 uint32_t swapped32(uint32_t v) { return __builtin_bswap32(v); }
@@ -294,7 +322,7 @@ bool IFFTree::parseLevel(IFFTreeNode* parent, int64_t remaining, int depth) {
 
     if (!isContainerId(id)) {
       if (nsfe_ && std::memcmp(id, "NEND", 4) == 0) return true;
-      parent->AddChildObject(parent, fourCharText(id).c_str(), position, size);
+      appendChild(parent, fourCharText(id), position, size);
       skipForward(size);
     } else {
       uint8_t type[16] = {};
@@ -302,10 +330,7 @@ bool IFFTree::parseLevel(IFFTreeNode* parent, int64_t remaining, int depth) {
         report("Tree Error4");
         return false;
       }
-      static const uint8_t kZeroType[4] = {0, 0, 0, 0};
-      std::string typeText = std::memcmp(type, kZeroType, 4) == 0 ? "NULL" : fourCharText(type);
-      std::string name = fourCharText(id) + "(" + typeText + ")";
-      IFFTreeNode* node = parent->AddChildObject(parent, name.c_str(), position, size);
+      IFFTreeNode* node = appendChild(parent, containerName(id, type), position, size);
       position += static_cast<uint64_t>(sizeSize + idSize + typeSize);
       int64_t body = size > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())
                          ? std::numeric_limits<int64_t>::max()
