@@ -173,7 +173,7 @@ void DLSConverter::writeControlBlock() {
 }
 
 void DLSConverter::parse_LISTins_(const IFFTreeNode* instrument) {
-  const ChunkBlock block(*tree_, instrument, kInstrumentBlockLimit);
+  const ChunkBlock block(*tree_, instrument, kInstrumentBlockLimit, &blockBuffer_);
   block_ = &block;
   writeInstrument(instrument);
   block_ = nullptr;

@@ -111,4 +111,5 @@ class DLSConverter : public ConverterBase {
   std::string collectionInfo_;
   bool consoleHex_ = false;
   const ChunkBlock* block_ = nullptr;  // the instrument or wave being written, read whole
+  std::vector<uint8_t> blockBuffer_;   // ... into this buffer, one for all of them
 };

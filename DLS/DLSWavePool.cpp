@@ -117,7 +117,7 @@ void DLSConverter::parseAudioInfo(const IFFTreeNode* container) {
 }
 
 void DLSConverter::parse_LISTwave(const IFFTreeNode* wave, std::string& name) {
-  const ChunkBlock block(*tree_, wave, kWaveBlockLimit);
+  const ChunkBlock block(*tree_, wave, kWaveBlockLimit, &blockBuffer_);
   block_ = &block;
   writeWave(wave, name);
   block_ = nullptr;
