@@ -252,7 +252,10 @@ bool IFFTree::parseRead(void* buffer, uint64_t count) {
 }
 
 bool IFFTree::fillWindow() {
-  const bool readingOn = windowLength_ > 0 && cursor_ == windowStart_ + windowLength_;
+  // Landing a little past the window (a small body ran over its end) is
+  // reading on too; landing far past it means a body was passed over.
+  const uint64_t windowEnd = windowStart_ + windowLength_;
+  const bool readingOn = windowLength_ > 0 && cursor_ >= windowEnd && cursor_ - windowEnd < kSmallWindow;
   const uint64_t size = readingOn ? std::min(2 * window_.size(), kLargeWindow) : kSmallWindow;
   window_.resize(static_cast<size_t>(size));
   windowStart_ = cursor_;
