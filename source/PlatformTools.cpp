@@ -141,8 +141,11 @@ bool LittleEndian() {
 }
 
 std::string conversionDate(std::time_t when) {
-  const std::tm* local = std::localtime(&when);
-  const char* text = local ? std::asctime(local) : nullptr;
+  // The reentrant forms: localtime looks the time zone file up again on
+  // every call, once per preset or instrument file.
+  std::tm local;
+  char buffer[32];
+  const char* text = ::localtime_r(&when, &local) ? ::asctime_r(&local, buffer) : nullptr;
   std::string date = text ? text : "";
   if (!date.empty() && date.back() == '\n') date.pop_back();
   return date;
