@@ -90,6 +90,10 @@ class DLSConverter : public ConverterBase {
   // pool-table report turns it back to decimal.
   std::string consoleNumber(uint64_t value) const;
 
+  // First, so that it goes last: a big bank's tree leaves over a hundred
+  // thousand small free blocks, and the allocator sorts all of them again
+  // whenever a large buffer is freed after them.
+  std::unique_ptr<tolvin::IFFTree> tree_;
   bool severalInstruments_ = false;
   std::unique_ptr<tolvin::OutputFile> instrumentFile_;  // the instrument file being written
   tolvin::TextSink out_;                                  // and the text going into it
@@ -97,7 +101,6 @@ class DLSConverter : public ConverterBase {
   std::string result_;
   unsigned filesWritten_ = 0;
   int64_t inputFileSize_ = 0;
-  std::unique_ptr<tolvin::IFFTree> tree_;
   // Each wave's file base name is kept once, however many pool-table cues
   // point at it; a cue holds the wave's position in waveFiles_.
   static constexpr uint32_t kNoWave = UINT32_MAX;
