@@ -3,6 +3,9 @@
 // instruments. Generators, modulators and samples have their own files.
 #include "SF2/SF2Converter.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <iostream>
 
@@ -32,8 +35,11 @@ const uint64_t kBankWorkBase = 1u << 20;
 const uint64_t kBankWorkPerRecord = 16;
 const uint64_t kWorkPerPresetFile = 64;  // its header and curve text
 
-// Text of presets translated ahead of the pool copy held at most at once.
-const uint64_t kHeldTextLimit = 8u << 20;
+// Text of presets written ahead while the pool is copied, at most. Below
+// the output budget's constant part, so that, the pool being no larger than
+// the input, writing ahead can never reach the budget where writing in turn
+// would not have.
+const uint64_t kAheadTextLimit = 32u << 20;
 
 // Sends console lines to `text` for as long as it lives.
 class ConsoleHold {
@@ -227,61 +233,75 @@ bool SF2Converter::process_hydra() {
                                                           pmod_.count + ibag_.count + igen_.count +
                                                           imod_.count);
 
-  // The first presets are translated while the pool is copied; their files
-  // and console lines follow once the pool is known to be whole.
+  // The first presets are converted while the pool is copied; their files
+  // and console lines are put in place once the pool is known to be whole.
+  const std::vector<std::string> madeFolders = makeBankFolders();
   std::vector<HeldPreset> held;
-  translateAhead(*pool, held);
-  if (!finishPoolCopy(*pool)) return false;
-
-  if (bankSet_.size() != 1) {
-    for (uint64_t bank : bankSet_)
-      tolvin::PCreateDir(tolvin::TLVSConv(outputPath_ + "/" + createThreeDigits(bank), tolvin::UTF8));
-  } else {
-    tolvin::PCreateDir(outputPath_);
+  convertAhead(*pool, held);
+  if (!finishPoolCopy(*pool)) {
+    held.clear();  // their temporary files go first, then the folders
+    for (auto folder = madeFolders.rbegin(); folder != madeFolders.rend(); ++folder) ::rmdir(folder->c_str());
+    return false;
   }
   for (uint64_t i = writeHeld(held); i + 1 < phdr_.count && !bankStopped_; ++i) process_phdr(i);
   results_.push_back(getFirstUsable(outputPath_));
   return true;
 }
 
-void SF2Converter::translateAhead(const PoolCopy& pool, std::vector<HeldPreset>& held) {
-  // The first preset always waits for the pool, so that every run takes
-  // this way as well as the direct one.
-  uint64_t heldBytes = 0;
-  for (uint64_t i = 0; i + 1 < phdr_.count && !bankStopped_ && heldBytes < kHeldTextLimit &&
+std::vector<std::string> SF2Converter::makeBankFolders() {
+  std::vector<std::string> made;
+  if (bankSet_.size() == 1) {
+    tolvin::PCreateDir(outputPath_);  // where the pool already is
+    return made;
+  }
+  for (uint64_t bank : bankSet_) {
+    const std::string folder = tolvin::TLVSConv(outputPath_ + "/" + createThreeDigits(bank), tolvin::UTF8);
+    struct stat info;
+    const bool existed = ::lstat(folder.c_str(), &info) == 0;
+    if (tolvin::PCreateDir(folder) == 0 && !existed) made.push_back(folder);
+  }
+  return made;
+}
+
+void SF2Converter::convertAhead(const PoolCopy& pool, std::vector<HeldPreset>& held) {
+  // The first preset always goes this way, so that every run takes it as
+  // well as the direct one.
+  uint64_t aheadBytes = 0;
+  for (uint64_t i = 0; i + 1 < phdr_.count && !bankStopped_ && aheadBytes <= kAheadTextLimit &&
                        (i == 0 || !pool.finished());
        ++i) {
     held.emplace_back();
     HeldPreset& preset = held.back();
     const ConsoleHold hold(heldConsole_, preset.console);
-    preset.path = beginPreset(i);
-    if (!preset.path.empty()) {
-      preset.bankWork = bankWork_;
-      translatePreset(i, presetText_);
-      preset.text = presetText_;  // a copy of its exact size
+    const std::string path = beginPreset(i);
+    if (path.empty()) continue;
+    preset.file = std::make_unique<tolvin::OutputFile>(path, outputPath_, nullptr, &preset.console);
+    if (!presetFileOpened(*preset.file)) {
+      preset.file.reset();
+      continue;
     }
-    heldBytes += preset.text.size() + preset.console.size();
+    translatePreset(i, presetText_);
+    aheadBytes += presetText_.size();
+    if (aheadBytes > kAheadTextLimit) {
+      preset.text = presetText_;  // the last one: written once the pool is whole
+    } else {
+      preset.file->write(presetText_);
+      if (!preset.file->finish()) {
+        reportUnwritten(path);
+        preset.file.reset();
+      }
+    }
   }
 }
 
 uint64_t SF2Converter::writeHeld(std::vector<HeldPreset>& held) {
-  for (uint64_t k = 0; k < held.size(); ++k) {
-    HeldPreset& preset = held[k];
-    if (preset.path.empty()) {
-      std::cout << preset.console << std::flush;
-      continue;
-    }
-    tolvin::OutputFile file(preset.path, outputPath_);
-    if (!presetFileOpened(file)) {
-      // The presets after it were translated as if its zones had been spent:
-      // they are translated again, from the work counted up to its file.
-      bankWork_ = preset.bankWork;
-      bankStopped_ = false;
-      return k + 1;
-    }
+  for (HeldPreset& preset : held) {
     std::cout << preset.console << std::flush;
-    writePresetFile(file, preset.text);
-    preset = HeldPreset();  // its text is no longer needed
+    if (preset.file && !preset.text.empty())
+      writePresetFile(*preset.file, preset.text);
+    else if (preset.file && !preset.file->commit())
+      reportUnwritten(preset.file->path());
+    preset = HeldPreset();  // its file is in place and its text no longer needed
   }
   return held.size();
 }

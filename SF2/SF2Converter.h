@@ -92,13 +92,13 @@ class SF2Converter : public ConverterBase {
     uint16_t lastOper = 0;
   };
   enum class Level { Preset, Instrument };
-  // A preset translated while the pool is still being copied. Its file and
-  // its console lines wait until the pool is known to be whole.
+  // A preset converted while the pool is still being copied: its file is
+  // written under its temporary name, and the file and its console lines
+  // wait until the pool is known to be whole.
   struct HeldPreset {
-    std::string path;     // "" when the work limit stopped it before its file
-    std::string text;
-    std::string console;    // the lines its translation printed
-    uint64_t bankWork = 0;  // the bank's work once its file would have opened
+    std::unique_ptr<tolvin::OutputFile> file;  // null when it has no file
+    std::string text;     // its text when it is to be written later
+    std::string console;  // the lines its conversion printed
   };
 
   uint64_t declaredSize(const tolvin::IFFTreeNode* node);
@@ -111,11 +111,15 @@ class SF2Converter : public ConverterBase {
   // Waits for the copy and finishes the wave, printing what the copy found;
   // false when the pool is not whole.
   bool finishPoolCopy(sf2::PoolCopy& pool);
-  // Translates the first presets into `held` while the pool is still being
-  // copied, up to a bound on the text held.
-  void translateAhead(const sf2::PoolCopy& pool, std::vector<HeldPreset>& held);
-  // Writes the presets translated ahead; returns the next preset to convert.
+  // Converts the first presets into `held` while the pool is still being
+  // copied, up to a bound on the text written ahead.
+  void convertAhead(const sf2::PoolCopy& pool, std::vector<HeldPreset>& held);
+  // Puts the presets converted ahead into place; returns the next preset to
+  // convert.
   uint64_t writeHeld(std::vector<HeldPreset>& held);
+  // The bank folders, made before the presets are converted; returns those
+  // this run made, to be removed again when the pool fails.
+  std::vector<std::string> makeBankFolders();
   // A preset's state reset and its file's path; "" when the work limit stops
   // it first.
   std::string beginPreset(unsigned long preset);

@@ -172,20 +172,25 @@ class OutputFile::TextBuffer : public std::streambuf {
   char buffer_[16384];
 };
 
-OutputFile::OutputFile(const std::string& path, const std::string& trustedFolder, CheckedFolders* checked)
+OutputFile::OutputFile(const std::string& path, const std::string& trustedFolder, CheckedFolders* checked,
+                       std::string* heldConsole)
     : path_(path) {
   if (OutputBudget::exceeded()) throw OutputLimitReached(OutputBudget::limit());
-  open(trustedFolder, checked);
+  open(trustedFolder, checked, heldConsole);
 }
 
 OutputFile::~OutputFile() { discard(); }
 
-void OutputFile::open(const std::string& trustedFolder, CheckedFolders* checked) {
+void OutputFile::open(const std::string& trustedFolder, CheckedFolders* checked, std::string* heldConsole) {
   if (path_.empty()) return;
   const Place place = examinePlace(path_, trustedFolder, checked);
   if (place == Place::kLinkOnTheWay) {
     refusedLink_ = true;
-    std::cout << "output path holds a link, file not written:" << path_ << std::endl;
+    const std::string report = "output path holds a link, file not written:" + path_ + "\n";
+    if (heldConsole)
+      heldConsole->append(report);
+    else
+      std::cout << report << std::flush;
     return;
   }
   if (place == Place::kFolder) return;
@@ -243,25 +248,36 @@ bool OutputFile::closeFile() {
   return closed;
 }
 
-bool OutputFile::commit() {
+bool OutputFile::finish() {
   if (!isOpen()) return false;
   if (textBuffer_ && textBuffer_->pubsync() != 0) failed_ = true;
   const bool closed = closeFile();
-  const bool whole = closed && !failed_;
-  if (!whole || std::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
+  finished_ = closed && !failed_;
+  if (!finished_) {
     ::unlink(temporaryPath_.c_str());
     temporaryPath_.clear();
-    if (OutputBudget::exceeded()) throw OutputLimitReached(OutputBudget::limit());
-    return false;
   }
+  return finished_;
+}
+
+bool OutputFile::commit() {
+  if (isOpen())
+    finish();
+  else if (!finished_)
+    return false;  // never opened, or committed already
+  finished_ = false;
+  const bool renamed = !temporaryPath_.empty() && std::rename(temporaryPath_.c_str(), path_.c_str()) == 0;
+  if (!renamed && !temporaryPath_.empty()) ::unlink(temporaryPath_.c_str());
   temporaryPath_.clear();
-  return true;
+  if (!renamed && OutputBudget::exceeded()) throw OutputLimitReached(OutputBudget::limit());
+  return renamed;
 }
 
 void OutputFile::discard() {
   closeFile();
   if (!temporaryPath_.empty()) ::unlink(temporaryPath_.c_str());
   temporaryPath_.clear();
+  finished_ = false;
 }
 
 }  // namespace tolvin

@@ -59,11 +59,12 @@ class OutputFile {
  public:
   // Opens a temporary file beside `path`. `trustedFolder` is the folder the
   // user chose: neither the file nor any folder between it and that folder
-  // may be a link; when one is, that is reported on the console and the file
-  // is not opened. Folders in `checked` are taken as examined already, and
-  // folders found real are added to it. Throws OutputLimitReached once the
-  // budget is spent.
-  OutputFile(const std::string& path, const std::string& trustedFolder, CheckedFolders* checked = nullptr);
+  // may be a link; when one is, that is reported on the console (or, given
+  // `heldConsole`, added to the lines held there) and the file is not opened.
+  // Folders in `checked` are taken as examined already, and folders found
+  // real are added to it. Throws OutputLimitReached once the budget is spent.
+  OutputFile(const std::string& path, const std::string& trustedFolder, CheckedFolders* checked = nullptr,
+             std::string* heldConsole = nullptr);
   ~OutputFile();  // an uncommitted file is removed
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
@@ -89,9 +90,12 @@ class OutputFile {
   // Marks the file as not whole (a writer found its own write failing).
   void markFailed() { failed_ = true; }
 
-  // Closes the file and renames it into place; false (and nothing under the
-  // final name) when any write failed. Throws OutputLimitReached when the
-  // file was cut short by the budget.
+  // Closes the file but leaves it under its temporary name until commit();
+  // false (and the temporary file removed) when any write failed.
+  bool finish();
+  // Closes the file if still open and renames it into place; false (and
+  // nothing under the final name) when any write failed. Throws
+  // OutputLimitReached when the file was cut short by the budget.
   bool commit();
   // Closes and removes the temporary file.
   void discard();
@@ -99,7 +103,7 @@ class OutputFile {
  private:
   class TextBuffer;
 
-  void open(const std::string& trustedFolder, CheckedFolders* checked);
+  void open(const std::string& trustedFolder, CheckedFolders* checked, std::string* heldConsole);
   bool closeFile();
 
   std::string path_;
@@ -109,6 +113,7 @@ class OutputFile {
   std::unique_ptr<char[]> streamBuffer_;  // the stream's, kept until it is closed
   bool refusedLink_ = false;
   bool failed_ = false;
+  bool finished_ = false;  // closed whole, waiting for commit()
   std::unique_ptr<TextBuffer> textBuffer_;
 };
 
