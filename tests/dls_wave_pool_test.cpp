@@ -170,17 +170,3 @@ TEST(DLSWavePool, CompressedWavesAreExpandedAndLeaveTheConsoleInHexadecimal) {
   EXPECT_EQ(facts.points[129 * 4096], 129);
 }
 
-TEST(DLSWavePool, WavesSharingANameShareOneFileTheLastWins) {
-  TempDir dir;
-  Collection c;
-  for (const char* name : {"Dup", "Other", "Dup"})
-    c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(4 + static_cast<int>(c.waves.size()))), info({{"INAM", name}}) + wsmp({})));
-  Instrument instrument;
-  instrument.regions = {fullRegion(0, wsmp({})), fullRegion(2, wsmp({}))};
-  c.addInstrument(instrument);
-  convertIn(dir, c.bytes());
-  EXPECT_EQ(listDir(dir.file("out/c_dls/samples")), (std::vector<std::string>{"Dup.wav", "Other.wav"}));
-  EXPECT_EQ(readWave(dir.file("out/c_dls/samples/Dup.wav")).frames, 6);
-  const std::string sfz = readFile(dir.file("out/c_dls/Bank_00000000/000_UNNAMED.sfz"));
-  EXPECT_NE(sfz.find(" sample=Dup.wav\n", sfz.find(" sample=Dup.wav\n") + 1), std::string::npos);
-}
