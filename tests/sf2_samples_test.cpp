@@ -42,26 +42,6 @@ TEST(SF2Samples, RateOverrideTuning) {
   EXPECT_TRUE(contains(text, "curr:0 */\n pitch_keycenter=62 tune=0\n offset=0 end=10\n loop_start=0 loop_end=4\n"));
 }
 
-TEST(SF2Samples, LoopPointsAreCheckedUnsigned) {
-  const struct {
-    uint32_t start, loopStart, loopEnd;
-    std::string line;
-  } cases[] = {
-      {1000, 1500, 2000, " pitch_keycenter=60 tune=-5\n offset=1000 end=2500\n loop_start=1500 loop_end=1999\n"},
-      {1000, 1000, 2000, "\n loop_start=1000 loop_end=1999\n"},
-      {1000, 999, 2000, "/*  bad loop! loop_start=999 loop_end=1999 */\n"},
-      {1000, 1500, 1501, "/*  bad loop! loop_start=1500 loop_end=1500 */\n"},
-      {1000, 1500, 1502, "\n loop_start=1500 loop_end=1501\n"},
-      {0, 0, 0, "\n loop_start=0 loop_end=-1\n"},  // -1 compares as the largest
-  };
-  for (const auto& c : cases) {
-    Bank bank = regionBank({});
-    bank.pool.resize(6000, '\0');
-    bank.samples[0] = Sample{"", c.start, 2500, c.loopStart, c.loopEnd, 44100, 60, -5, 0, 1};
-    EXPECT_TRUE(contains(presetText(bank), c.line)) << c.line;
-  }
-}
-
 TEST(SF2Samples, LinkedSamplesStopTheConversionSilently) {
   TempDir dir;
   Bank bank = regionBank({});
