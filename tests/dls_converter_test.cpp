@@ -104,33 +104,6 @@ TEST(DLSCollection, StructureProblemsAreReportedAndOtherInstrumentsGoOn) {
   EXPECT_EQ(convertIn(dir, empty.bytes(), "empty.dls").result, "");
 }
 
-TEST(DLSCollection, LargeInputsAndMissingOutputFolders) {
-  TempDir dir;
-  Collection c = oneWave();
-  Instrument instrument;
-  instrument.name = "Big";
-  instrument.regions = {fullRegion(0, wsmp({}))};
-  c.addInstrument(instrument);
-  // A sparse chunk after the collection takes the file just past 256 MiB.
-  const std::string bytes = c.bytes() + "JUNK" + riff::le32(0x10000000);
-  writeFile(dir.file("big.dls"), bytes);
-  ASSERT_EQ(::truncate(dir.file("big.dls").c_str(), 0x10000000), 0);
-  ::mkdir(dir.file("out").c_str(), 0755);
-  EXPECT_EQ(convert(dir.file("big.dls"), dir.file("out")).console, "");
-  EXPECT_TRUE(contains(readFile(dir.file("out/big_dls/Bank_00000000/000_Big.sfz")), "default_path=../samples/\nset_cc1=0 "));
-  ASSERT_EQ(::truncate(dir.file("big.dls").c_str(), 0x0FFFFFFF), 0);
-  EXPECT_EQ(convert(dir.file("big.dls"), dir.file("out")).console, "");
-  EXPECT_TRUE(contains(readFile(dir.file("out/big_dls/Bank_00000000/000_Big.sfz")), "/samples/\nhint_load_method=1\n"));
-
-  // Without the output folder only the collection folder is made: the waves
-  // cannot be written, the instruments still are.
-  writeFile(dir.file("small.dls"), c.bytes());
-  const Conversion lost = convert(dir.file("small.dls"), dir.file("missing"));
-  EXPECT_TRUE(contains(lost.console, "Not able to open output file ")) << lost.console;
-  EXPECT_EQ(listDir(dir.file("missing/small_dls")), (std::vector<std::string>{"Bank_00000000"}));
-  EXPECT_TRUE(exists(dir.file("missing/small_dls/Bank_00000000/000_Big.sfz")));
-}
-
 TEST(DLSBadInput, EveryFaultHasItsMessage) {
   TempDir dir;
   const std::string wave = dir.file("out/c_dls/samples/w.wav");
@@ -205,24 +178,5 @@ TEST(DLSBadInput, EveryFaultHasItsMessage) {
     const Conversion run = convertIn(dir, item.collection);
     EXPECT_TRUE(item.message.empty() ? run.console.empty() : contains(run.console, item.message)) << run.console;
     EXPECT_EQ(item.frames < 0 || readWave(wave).frames == item.frames, true);
-  }
-}
-
-TEST(DLSRegions, TuningAndLoopLines) {
-  const struct {
-    Sampling sampling;
-    std::string lines, console;
-  } cases[] = {
-      {{61, 7, 3 * 655360, 0, {}}, " pitch_keycenter=61\n tune=7\n volume=3\n loop_mode=no_loop\n\n", ""},
-      {{60, 0, 0, 0, {{0, 10, 1}}}, " loop_start=10 loop_end=10\n loop_mode=loop_continuous\n\n", ""},
-      {{60, 0, 0, 0, {{1, 0, 0}}}, " loop_start=0 loop_end=4294967295\n loop_mode=loop_sustain\n\n", ""},
-      {{60, 0, 0, 0, {{2, 4, 4}}}, " loop_start=4 loop_end=7\n\n", "ERROR odd loop type:2\n"},
-      {{60, 0, 0, 0, {{0, 0, 1}, {0, 0, 1}}}, " volume=0\n\n", "Error, DLS 2.2 doesn't support more than ONE loop, not 2\n"},
-  };
-  for (const auto& c : cases) {
-    TempDir dir;
-    const Conversion run = convertIn(dir, oneRegion(wsmp({}), rgnh(0, 127, 0, 127) + wlnk(0) + wsmp(c.sampling)));
-    EXPECT_EQ(run.console, c.console);
-    EXPECT_TRUE(contains(readFile(dir.file("out/c_dls/Bank_00000000/000_UNNAMED.sfz")), c.lines)) << c.lines;
   }
 }

@@ -50,8 +50,8 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   odd.loops = {{5, 2, 6}};
   c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(16)), info({{"INAM", "Odd"}}) + wsmp(odd)));
   riff::Body smpl;  // its loop record is read 36 records in
-  smpl.u32(0).u32(0).u32(125000).u32(64).u32(0).u32(0).u32(0).u32(1).u32(5).zeros(864 - 36);
-  smpl.u32(7).u32(0).u32(3).u32(9).u32(0).u32(0);
+  smpl.u32(0).u32(11).u32(125000).u32(64).u32(0).u32(0).u32(0).u32(1).u32(5).zeros(864 - 36);
+  smpl.u32(7).u32(1).u32(3).u32(9).u32(0).u32(0);
   c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(12)), info({{"INAM", "S"}}) + riff::chunk("smpl", smpl)));
   c.addWave(wave(fmt(1, 8000, 32, 3), std::string(8, 'f'), info({{"INAM", "Float"}})));
   c.addWave(wave(fmt(1, 8000, 24), std::string(6, 'w'), info({{"INAM", "Wide"}})));
@@ -95,15 +95,18 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   EXPECT_EQ(readFile(samples + "A.wav").size(), 36u);
   // A negative fine tune gives no pitch fraction; the odd loop type is not copied.
   const std::string oddWave = readFile(samples + "Odd.wav");
+  EXPECT_EQ(u32At(oddWave, 44 + 8), 125000u);  // sample period at 8000 Hz
   EXPECT_EQ(u32At(oddWave, 44 + 12), 60u);
   EXPECT_EQ(u32At(oddWave, 44 + 16), 0u);
   EXPECT_EQ(u32At(oddWave, 44 + 36 + 4), 0u);
   EXPECT_EQ(u32At(oddWave, 44 + 36 + 12), 8u);
   // The smpl chunk's own record, 864 bytes in.
   const std::string s = readFile(samples + "S.wav");
+  EXPECT_EQ(u32At(s, 44 + 4), 11u);  // product
   EXPECT_EQ(u32At(s, 44 + 12), 64u);
   EXPECT_EQ(u32At(s, 44 + 32), 5u);
   EXPECT_EQ(u32At(s, 44 + 36), 7u);
+  EXPECT_EQ(u32At(s, 44 + 36 + 4), 1u);  // loop type
   EXPECT_EQ(u32At(s, 44 + 36 + 8), 3u);
   EXPECT_EQ(u32At(s, 44 + 36 + 12), 9u);
   EXPECT_EQ(readWave(samples + "S.wav").frames, 12);
@@ -170,17 +173,3 @@ TEST(DLSWavePool, CompressedWavesAreExpandedAndLeaveTheConsoleInHexadecimal) {
   EXPECT_EQ(facts.points[129 * 4096], 129);
 }
 
-TEST(DLSWavePool, WavesSharingANameShareOneFileTheLastWins) {
-  TempDir dir;
-  Collection c;
-  for (const char* name : {"Dup", "Other", "Dup"})
-    c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(4 + static_cast<int>(c.waves.size()))), info({{"INAM", name}}) + wsmp({})));
-  Instrument instrument;
-  instrument.regions = {fullRegion(0, wsmp({})), fullRegion(2, wsmp({}))};
-  c.addInstrument(instrument);
-  convertIn(dir, c.bytes());
-  EXPECT_EQ(listDir(dir.file("out/c_dls/samples")), (std::vector<std::string>{"Dup.wav", "Other.wav"}));
-  EXPECT_EQ(readWave(dir.file("out/c_dls/samples/Dup.wav")).frames, 6);
-  const std::string sfz = readFile(dir.file("out/c_dls/Bank_00000000/000_UNNAMED.sfz"));
-  EXPECT_NE(sfz.find(" sample=Dup.wav\n", sfz.find(" sample=Dup.wav\n") + 1), std::string::npos);
-}

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 
-#include "RIFF/Sorvane.h"
 #include "tests/support/AcidBuilder.h"
 #include "tests/support/TestSupport.h"
 
@@ -45,21 +44,6 @@ TEST(Driver, ArgumentShapesGiveTheirBoxesAndStatuses) {
   }
 }
 
-TEST(Driver, ExtensionsAreLowerCasedAndTakenAfterTheLastDot) {
-  TempDir dir;
-  for (const auto& named : {std::make_pair("BANK.XYZ", "xyz"), std::make_pair("my.dir/bank", "dir/bank"),
-                            std::make_pair("plain", "")}) {
-    const std::string path = dir.file(named.first);
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    writeFile(path, "data");
-    RunResult run = runSorvane({path, dir.file("out"), dir.file("r.txt")});
-    EXPECT_EQ(run.out, kBanner + echo(path, dir.file("out"), dir.file("r.txt")) + "Unsupported extension:" +
-                           named.second + "\n");
-    EXPECT_EQ(run.status, 0);
-    EXPECT_FALSE(exists(dir.file("r.txt")));
-  }
-}
-
 TEST(Driver, OnlyExactlyThreeArgumentsWriteTheResultsFile) {
   TempDir dir;
   writeFile(dir.file("LOOP.WAV"), acid::wave(acid::fmt(1, 1, 8000, 16) + acid::pcm16(std::vector<int16_t>(4))));
@@ -80,21 +64,4 @@ TEST(Driver, OnlyExactlyThreeArgumentsWriteTheResultsFile) {
   RunResult bad = runSorvane({dir.file("LOOP.WAV"), dir.file("out"), dir.file("no/such/dir/r.txt")});
   EXPECT_EQ(bad.status, 0);
   EXPECT_EQ(bad.err, "");
-}
-
-TEST(Driver, InProcessConvertReportsWhetherAConverterRan) {
-  TempDir dir;
-  std::string result = "untouched";
-  std::string out = captureStdout([&] { EXPECT_EQ(sorvane_convert(dir.file("missing.wav"), dir.path(), result), 0); });
-  EXPECT_EQ(out, "file not found!\n");
-  EXPECT_EQ(result, "untouched");
-  writeFile(dir.file("a.txt"), "x");
-  out = captureStdout([&] { EXPECT_EQ(sorvane_convert(dir.file("a.txt"), dir.path(), result), 0); });
-  EXPECT_EQ(out, "Unsupported extension:txt\n");
-  writeFile(dir.file("a.sf2"), "not a bank at all");
-  result.clear();
-  captureStdout([&] { EXPECT_EQ(sorvane_convert(dir.file("a.sf2"), dir.path(), result), 1); });
-  EXPECT_EQ(result, "");
-  EXPECT_EQ(captureStdout(Header), kBanner);
-  EXPECT_EQ(captureStdout(Usage), kUsage);
 }

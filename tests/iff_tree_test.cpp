@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "source/IFFTree.h"
+#include "tests/support/MemoryFile.h"
 #include "tests/support/RiffBuilder.h"
 #include "tests/support/TestSupport.h"
 
@@ -37,24 +36,6 @@ Parsed parse(const std::string& bytes, tolvin::IFF_LOAD_METHOD method = tolvin::
   p.tree = p.ok ? shape(tree.root.get()) : "";
   return p;
 }
-
-class MemoryFile : public tolvin::VirtualFile {
- public:
-  explicit MemoryFile(std::string bytes) : bytes_(std::move(bytes)) {}
-  uint64_t read(void* buffer, uint64_t count) override {
-    count = std::min<uint64_t>(count, position_ < bytes_.size() ? bytes_.size() - position_ : 0);
-    std::memcpy(buffer, bytes_.data() + position_, count);
-    position_ += count;
-    return count;
-  }
-  bool seek(uint64_t position) override { position_ = position; return true; }
-  uint64_t tell() const override { return position_; }
-  uint64_t size() const override { return bytes_.size(); }
-
- private:
-  std::string bytes_;
-  uint64_t position_ = 0;
-};
 
 const std::string kWave = riff::list("RIFF", "WAVE", riff::chunk("fmt ", "abcdefgh") + riff::chunk("data", "xyz") +
                                                           riff::list("LIST", "INFO", riff::chunk("INAM", "ab")));

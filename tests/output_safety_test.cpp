@@ -2,7 +2,6 @@
 // only inside the output folder, and a file that could not be written whole
 // is not left behind.
 #include <gtest/gtest.h>
-#include <sndfile.h>
 
 #include <atomic>
 #include <filesystem>
@@ -10,9 +9,7 @@
 #include <set>
 #include <thread>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/support/AcidBuilder.h"
@@ -45,56 +42,63 @@ std::vector<int16_t> ramp(int count) {
   return samples;
 }
 
-std::string hostileCollection() {
+sf2build::Bank onePresetBank(size_t poolBytes = 400, char fill = '\0') {
+  sf2build::Bank bank;
+  bank.pool = std::string(poolBytes, fill);
+  bank.samples.push_back({"S", 0, static_cast<uint32_t>(poolBytes / 4), 10, 90, 44100, 60});
+  bank.instruments.push_back({"I", {{{sf2build::gen(53, 0)}}}});
+  bank.presets.push_back({"P", 0, 0, {{{sf2build::gen(41, 0)}}}});
+  return bank;
+}
+
+// One wave of `frames` frames and one instrument per name, the instrument
+// named after its wave (unless `instrumentInfo` replaces its INFO list) with
+// the name's index as program.
+dls::Collection collection(const std::vector<std::string>& names, int frames = 8,
+                           const std::string& instrumentInfo = "") {
   dls::Collection c;
+  for (uint32_t i = 0; i < names.size(); ++i) {
+    c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(frames)), dls::info({{"INAM", names[i]}})));
+    dls::Instrument instrument;
+    instrument.program = i;
+    instrument.name = names[i];
+    instrument.infoList = instrumentInfo;
+    instrument.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(i) + dls::wsmp({}))};
+    c.addInstrument(instrument);
+  }
+  return c;
+}
+
+std::string hostileCollection() {
   std::vector<std::string> names(std::begin(kHostileNames), std::end(kHostileNames));
   names.push_back(std::string(255, 'L'));
-  uint32_t index = 0;
-  for (const std::string& name : names) {
-    c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(8)), dls::info({{"INAM", name}})));
-    dls::Instrument named;
-    named.program = index;
-    named.name = name;
-    named.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(index) + dls::wsmp({}))};
-    c.addInstrument(named);
-    ++index;
-  }
-  return c.bytes();
+  return collection(names).bytes();
 }
+
+// True when some line of `text` starts with `start`.
+bool hasLineStarting(const std::string& text, const std::string& start) {
+  return text.compare(0, start.size(), start) == 0 || contains(text, "\n" + start);
+}
+
+bool isLinkAt(const std::string& path) { return fs::is_symlink(fs::symlink_status(path)); }
 
 }  // namespace
 
-TEST(OutputConfinement, HostileCollectionNamesStayInsideTheOutputFolder) {
-  TempDir root;
-  // Deep enough that any "../" that escaped would still land below `root`.
-  const std::string work = root.file("a/b/c");
-  fs::create_directories(work + "/in");
-  fs::create_directories(work + "/out");
-  writeFile(work + "/in/bank.dls", hostileCollection());
-
-  RunResult run = runSorvane({work + "/in/bank.dls", work + "/out"});
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.err, "");
-  std::set<std::string> files = filesBelow(root.path());
-  ASSERT_GT(files.size(), 10u);
-  for (const std::string& file : files) {
-    const bool inside = file.rfind("a/b/c/out/bank_dls/", 0) == 0 || file == "a/b/c/in/bank.dls";
-    EXPECT_TRUE(inside) << file;
-  }
-  // Colliding names share a file rather than escape: "same name" and
-  // "same_name" both clean to same_name.
-  EXPECT_TRUE(exists(work + "/out/bank_dls/samples/same_name.wav"));
-}
-
-TEST(OutputConfinement, HostilePresetNamesAndLoopFileNamesStayInsideTheOutputFolder) {
+// Names from a collection, from presets in two banks (so that bank folders
+// come into play) and from loop files: every file lands inside the output
+// folder, deep enough below `root` that any "../" that escaped would show.
+TEST(OutputConfinement, HostileNamesStayInsideTheOutputFolder) {
   TempDir root;
   const std::string work = root.file("a/b/c");
+  fs::create_directories(work + "/out/dls");
   fs::create_directories(work + "/out/acid");
-  // Presets in two banks, so that bank folders come into play too.
-  sf2build::Bank bank;
-  bank.pool = std::string(400, '\0');
-  bank.samples.push_back({"S", 0, 100, 10, 90, 44100, 60});
-  bank.instruments.push_back({"I", {{{sf2build::gen(53, 0)}}}});
+  writeFile(work + "/bank.dls", hostileCollection());
+  RunResult dls = runSorvane({work + "/bank.dls", work + "/out/dls"});
+  EXPECT_EQ(dls.status, 0);
+  EXPECT_EQ(dls.err, "");
+
+  sf2build::Bank bank = onePresetBank();
+  bank.presets.clear();
   uint16_t program = 0;
   for (const char* name : kHostileNames)
     bank.presets.push_back({name, program++, static_cast<uint16_t>(program % 2), {{{sf2build::gen(41, 0)}}}});
@@ -107,103 +111,36 @@ TEST(OutputConfinement, HostilePresetNamesAndLoopFileNamesStayInsideTheOutputFol
   const std::string loop = acid::wave(acid::fmt(1, 1, 44100, 16) + acid::acidChunk(4, 4, 4, 120.0f) +
                                       acid::pcm16(ramp(64)));
   const char* const loopNames[] = {"..wav", ".wav", "x\\..\\..\\up.wav", "c\x01tl.wav", "a.b.wav"};
+  std::set<std::string> inputs = {"a/b/c/bank.sf2", "a/b/c/bank.dls"};
   for (const char* name : loopNames) {
     writeFile(work + "/" + name, loop);
+    inputs.insert(std::string("a/b/c/") + name);
     RunResult run = runSorvane({work + "/" + name, work + "/out/acid"});
     EXPECT_EQ(run.status, 0) << name;
     EXPECT_EQ(run.err, "") << name;
   }
 
-  std::set<std::string> inputs = {"a/b/c/bank.sf2"};
-  for (const char* name : loopNames) inputs.insert(std::string("a/b/c/") + name);
   std::set<std::string> files = filesBelow(root.path());
-  EXPECT_GE(files.size(), inputs.size() + 6);
-  for (const std::string& file : files)
-    EXPECT_TRUE(file.rfind("a/b/c/out/sf2/", 0) == 0 || file.rfind("a/b/c/out/acid/", 0) == 0 ||
-                inputs.count(file))
-        << file;
+  EXPECT_GE(files.size(), inputs.size() + 16);
+  for (const std::string& file : files) {
+    const bool inside = file.rfind("a/b/c/out/dls/bank_dls/", 0) == 0 || file.rfind("a/b/c/out/sf2/", 0) == 0 ||
+                        file.rfind("a/b/c/out/acid/", 0) == 0;
+    EXPECT_TRUE(inside || inputs.count(file)) << file;
+  }
+  // Colliding names share a file rather than escape: "same name" and
+  // "same_name" both clean to same_name.
+  EXPECT_TRUE(exists(work + "/out/dls/bank_dls/samples/same_name.wav"));
   EXPECT_TRUE(exists(work + "/out/sf2/001/000_.._.._escape.sfz"));
   EXPECT_TRUE(exists(work + "/out/acid/up.sfz"));
-}
-
-TEST(ResourceFaults, AnOutputPathThatIsAFileIsReportedAndNothingIsWritten) {
-  TempDir dir;
-  writeFile(dir.file("bank.dls"), hostileCollection());
-  writeFile(dir.file("blocker"), "not a folder");
-  RunResult run = runSorvane({dir.file("bank.dls"), dir.file("blocker"), dir.file("results.txt")});
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.err, "");
-  EXPECT_NE(run.out.find("Not able to open output file "), std::string::npos);
-  EXPECT_NE(run.out.find("error creating output file!"), std::string::npos);
-  EXPECT_EQ(readFile(dir.file("blocker")), "not a folder");
-}
-
-TEST(ResourceFaults, AFullDiskLeavesNoTruncatedWave) {
-  TempDir dir;
-  dls::Collection c;
-  c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(4)), dls::info({{"INAM", "small"}})));
-  c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(60000)), dls::info({{"INAM", "big"}})));
-  dls::Instrument instrument;
-  instrument.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(1) + dls::wsmp({}))};
-  c.addInstrument(instrument);
-  writeFile(dir.file("bank.dls"), c.bytes());
-  fs::create_directory(dir.file("out"));
-
-  // The input may be larger than the limit: only files being written are capped.
-  RunResult run = runSorvane({dir.file("bank.dls"), dir.file("out")}, 64 * 1024);
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.err, "");
-  const std::string samples = dir.file("out/bank_dls/samples/");
-  EXPECT_NE(run.out.find("error writing output file:" + samples + "big.wav"), std::string::npos) << run.out;
-  EXPECT_FALSE(exists(samples + "big.wav"));
-  // What fit is whole and readable.
-  SF_INFO info = {};
-  SNDFILE* small = sf_open((samples + "small.wav").c_str(), SFM_READ, &info);
-  ASSERT_NE(small, nullptr);
-  EXPECT_EQ(info.frames, 4);
-  sf_close(small);
-  EXPECT_TRUE(exists(dir.file("out/bank_dls/Bank_00000000/000_UNNAMED.sfz")));
-}
-
-TEST(ResourceFaults, AFullDiskLeavesNoTruncatedSoundFontPool) {
-  TempDir dir;
-  sf2build::Bank bank;
-  bank.pool = std::string(200000, '\1');
-  bank.samples.push_back({"Long", 0, 99000, 100, 90000, 44100, 60});
-  bank.instruments.push_back({"Inst", {{{sf2build::gen(53, 0)}}}});
-  // Two banks: their folders are made, and their first presets written, while
-  // the pool is still being copied.
-  bank.presets.push_back({"Preset", 0, 0, {{{sf2build::gen(41, 0)}}}});
-  bank.presets.push_back({"Drums", 0, 128, {{{sf2build::gen(41, 0)}}}});
-  writeFile(dir.file("bank.sf2"), bank.bytes());
-  fs::create_directory(dir.file("out"));
-
-  RunResult run = runSorvane({dir.file("bank.sf2"), dir.file("out"), dir.file("results.txt")}, 64 * 1024);
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.err, "");
-  EXPECT_NE(run.out.find("error writing output file:" + dir.file("out") + "/sf2_smpl.wav\n"), std::string::npos)
-      << run.out;
-  EXPECT_EQ(run.out.find("DONE!"), std::string::npos);
-  EXPECT_TRUE(fs::is_empty(dir.file("out")));  // no pool, no bank folder, no temporary file
-  EXPECT_FALSE(exists(dir.file("results.txt")));
 }
 
 // Another program truncating, rewriting or removing the input while it is
 // converted: whatever the timing, every run ends normally with its report on
 // standard output.
-TEST(ResourceFaults, AnInputChangingWhileItIsReadNeverBreaksTheConversion) {
+TEST(HostileEnvironment, AnInputChangingWhileItIsReadNeverBreaksTheConversion) {
   TempDir dir;
-  sf2build::Bank bank;
-  bank.pool = std::string(3 << 20, '\3');
-  bank.samples.push_back({"Long", 0, 1000000, 100, 900000, 44100, 60});
-  bank.instruments.push_back({"Inst", {{{sf2build::gen(53, 0)}}}});
-  bank.presets.push_back({"Preset", 0, 0, {{{sf2build::gen(41, 0)}}}});
-  dls::Collection collection;
-  collection.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(200000)), dls::info({{"INAM", "w"}})));
-  dls::Instrument instrument;
-  instrument.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(0) + dls::wsmp({}))};
-  collection.addInstrument(instrument);
-  const std::pair<std::string, std::string> inputs[] = {{"bank.sf2", bank.bytes()}, {"bank.dls", collection.bytes()}};
+  const std::pair<std::string, std::string> inputs[] = {{"bank.sf2", onePresetBank(3 << 20, '\3').bytes()},
+                                                        {"bank.dls", collection({"w"}, 200000).bytes()}};
 
   for (const auto& input : inputs) {
     const std::string path = dir.file(input.first);
@@ -231,42 +168,11 @@ TEST(ResourceFaults, AnInputChangingWhileItIsReadNeverBreaksTheConversion) {
   }
 }
 
-// ---------------------------------------------------------------- hostile environment
-
-namespace {
-
-sf2build::Bank onePresetBank(size_t poolBytes = 400, char fill = '\0') {
-  sf2build::Bank bank;
-  bank.pool = std::string(poolBytes, fill);
-  bank.samples.push_back({"S", 0, static_cast<uint32_t>(poolBytes / 4), 10, 90, 44100, 60});
-  bank.instruments.push_back({"I", {{{sf2build::gen(53, 0)}}}});
-  bank.presets.push_back({"P", 0, 0, {{{sf2build::gen(41, 0)}}}});
-  return bank;
-}
-
-std::string oneWaveCollection(const std::string& waveName, const std::string& instrumentInfo = "") {
-  dls::Collection c;
-  c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(8)), dls::info({{"INAM", waveName}})));
-  dls::Instrument instrument;
-  instrument.name = "I";
-  instrument.infoList = instrumentInfo;
-  instrument.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(0) + dls::wsmp({}))};
-  c.addInstrument(instrument);
-  return c.bytes();
-}
-
-// True when some line of `text` starts with `start`.
-bool hasLineStarting(const std::string& text, const std::string& start) {
-  return text.compare(0, start.size(), start) == 0 || contains(text, "\n" + start);
-}
-
-bool isLinkAt(const std::string& path) { return fs::is_symlink(fs::symlink_status(path)); }
-
-}  // namespace
-
 TEST(HostileEnvironment, PathsAndInputsThatCannotBeUsedGetOneLineAndNothingIsWritten) {
   TempDir dir;
   writeFile(dir.file("bank.sf2"), onePresetBank().bytes());
+  writeFile(dir.file("bank.dls"), collection({"w"}).bytes());
+  writeFile(dir.file("blocker"), "not a folder");
   ASSERT_EQ(::mkfifo(dir.file("pipe.sf2").c_str(), 0600), 0);
   fs::create_directory(dir.file("folder.wav"));
   fs::create_symlink("/dev/zero", dir.file("device.dls"));
@@ -283,14 +189,18 @@ TEST(HostileEnvironment, PathsAndInputsThatCannotBeUsedGetOneLineAndNothingIsWri
       {{dir.file("bank.sf2"), deep}, "Output path too long: " + std::to_string(deep.size()) + " bytes"},
       {{dir.file("bank.sf2"), dir.file("out"), dir.file("bank.sf2")},
        "The results file must not be the input: " + dir.file("bank.sf2") + "\n"},
+      {{dir.file("bank.dls"), dir.file("blocker"), dir.file("results.txt")}, "Not able to open output file "},
+      {{dir.file("bank.dls"), dir.file("blocker"), dir.file("results.txt")}, "error creating output file!"},
   };
   for (const Case& c : cases) {
     RunResult run = runSorvane(c.args);
     EXPECT_EQ(run.status, 0);
     EXPECT_TRUE(contains(run.out, c.line)) << run.out;
-    EXPECT_EQ(listDir(dir.path()), (std::vector<std::string>{"bank.sf2", "device.dls", "folder.wav", "pipe.sf2"}));
+    EXPECT_EQ(listDir(dir.path()), (std::vector<std::string>{"bank.dls", "bank.sf2", "blocker", "device.dls",
+                                                             "folder.wav", "pipe.sf2"}));
   }
   EXPECT_EQ(readFile(dir.file("bank.sf2")), onePresetBank().bytes());
+  EXPECT_EQ(readFile(dir.file("blocker")), "not a folder");
   // An empty results path is no results file.
   EXPECT_EQ(runSorvane({dir.file("bank.sf2"), dir.file("out"), ""}).status, 0);
   EXPECT_TRUE(exists(dir.file("out/000_P.sfz")));
@@ -311,17 +221,17 @@ TEST(HostileEnvironment, NoFileIsWrittenThroughALink) {
   }
   // A linked samples folder of a collection.
   TempDir out, elsewhere;
-  writeFile(dir.file("bank.dls"), oneWaveCollection("w"));
+  writeFile(dir.file("bank.dls"), collection({"w"}).bytes());
   fs::create_directories(out.file("bank_dls"));
   fs::create_symlink(elsewhere.path(), out.file("bank_dls/samples"));
   RunResult dlsRun = runSorvane({dir.file("bank.dls"), out.path()});
   EXPECT_TRUE(contains(dlsRun.out, refused + out.file("bank_dls/samples/w.wav") + "\n")) << dlsRun.out;
   EXPECT_TRUE(listDir(elsewhere.path()).empty());
-  EXPECT_TRUE(exists(out.file("bank_dls/Bank_00000000/000_I.sfz")));
+  EXPECT_TRUE(exists(out.file("bank_dls/Bank_00000000/000_w.sfz")));
   EXPECT_EQ(readFile(dir.file("victim")), "precious");
 
   // The song's own side files may not be the song: through a link or a second name.
-  const std::string song = riff::list("RIFF", "RMID", riff::chunk("data", "MThd") + oneWaveCollection("w"));
+  const std::string song = riff::list("RIFF", "RMID", riff::chunk("data", "MThd") + collection({"w"}).bytes());
   writeFile(dir.file("song.rmi"), song);
   fs::create_symlink(dir.file("song.rmi"), dir.file("song.dls"));
   ASSERT_EQ(::link(dir.file("song.rmi").c_str(), dir.file("song.mid").c_str()), 0);
@@ -377,14 +287,38 @@ TEST(HostileEnvironment, RunsSharingAFolderOnlyEverShowWholeFiles) {
 
 TEST(HostileEnvironment, PartialWritesAreReportedAndLeaveNothingBehind) {
   TempDir dir;
+  // A wave past the size limit is not left truncated, and what fit is whole
+  // and readable.
+  dls::Collection waves = collection({"small"});
+  waves.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(60000)), dls::info({{"INAM", "big"}})));
+  writeFile(dir.file("bank.dls"), waves.bytes());
+  fs::create_directory(dir.file("out"));  // one level is made per call, and waves need two
+  // The input may be larger than the limit: only files being written are capped.
+  RunResult wave = runSorvane({dir.file("bank.dls"), dir.file("out")}, 64 * 1024);
+  const std::string samples = dir.file("out/bank_dls/samples/");
+  EXPECT_TRUE(contains(wave.out, "error writing output file:" + samples + "big.wav\n")) << wave.out;
+  EXPECT_FALSE(exists(samples + "big.wav"));
+  EXPECT_EQ(readWave(samples + "small.wav").frames, 8);
+  EXPECT_TRUE(exists(dir.file("out/bank_dls/Bank_00000000/000_small.sfz")));
+
   // The collection a song carries, larger than the size limit.
-  dls::Collection big;
-  big.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(50000)), dls::info({{"INAM", "w"}})));
-  writeFile(dir.file("song.rmi"), riff::list("RIFF", "RMID", riff::chunk("data", "MThd") + big.bytes()));
+  writeFile(dir.file("song.rmi"), riff::list("RIFF", "RMID", riff::chunk("data", "MThd") + waves.bytes()));
   RunResult song = runSorvane({dir.file("song.rmi"), dir.file("out")}, 64 * 1024);
   EXPECT_TRUE(contains(song.out, "error writing sub file:" + dir.file("song.dls") + "\n")) << song.out;
   EXPECT_FALSE(exists(dir.file("song.dls")));
   EXPECT_TRUE(exists(dir.file("song.mid")));
+
+  // A SoundFont pool past the limit: no pool, no preset, no results file. Its
+  // two bank folders, made and written into while the pool was being
+  // copied, are gone again.
+  sf2build::Bank twoBanks = onePresetBank(200000, '\1');
+  twoBanks.presets.push_back({"D", 0, 128, {{{sf2build::gen(41, 0)}}}});
+  writeFile(dir.file("bank.sf2"), twoBanks.bytes());
+  RunResult pool = runSorvane({dir.file("bank.sf2"), dir.file("sf2"), dir.file("results.txt")}, 64 * 1024);
+  EXPECT_TRUE(contains(pool.out, "error writing output file:" + dir.file("sf2") + "/sf2_smpl.wav\n")) << pool.out;
+  EXPECT_FALSE(contains(pool.out, "DONE!"));
+  EXPECT_TRUE(fs::is_empty(dir.file("sf2")));
+  EXPECT_FALSE(exists(dir.file("results.txt")));
 
   // An instrument left unfinished for want of regions is still checked.
   const std::string comment = dls::info({{"ICMT", std::string(60000, 'c')}});
@@ -467,7 +401,7 @@ TEST(HostileEnvironment, BankTextsNeverStartAnSfzLine) {
   EXPECT_FALSE(hasLineStarting(preset, "sample=/etc"));
 
   const std::string comment = dls::info({{"ICMT", "hi\n<region> sample=/etc/shadow lokey=0 hikey=127"}});
-  writeFile(dir.file("bank.dls"), oneWaveCollection("w\nx", comment));
+  writeFile(dir.file("bank.dls"), collection({"w\nx"}, 8, comment).bytes());
   fs::create_directory(dir.file("dls"));  // one level is made per call, and waves need two
   runSorvane({dir.file("bank.dls"), dir.file("dls")});
   const std::string instrument = readFile(dir.file("dls/bank_dls/Bank_00000000/000_UNNAMED.sfz"));

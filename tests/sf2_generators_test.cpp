@@ -86,6 +86,8 @@ TEST(SF2Generators, InstrumentLevel) {
       {{gen(8, 13500), gen(9, 40)}, {" cutoff=19912.6\n resonance=1\n\n|"}},
       {{gen(22, 0), gen(5, 50)}, {" lfo07_wave=0\n lfo07_pitch=50\n lfo07_freq=8.176\n\n|"}},
       {{gen(6, 30), gen(6, 40)}, {" lfo06_wave=0\n lfo06_pitch=40\n lfo06_freq=0\n\n|"}},
+      {{gen(6, 30), gen(7, 100), gen(10, 100)},
+       {" lfo06_pitch=30\n", " eg06_pitch=100\n", " lfo07_wave=0\n lfo07_cutoff=100\n"}},
       {{gen(23, -1200), gen(24, 1200)}, {" lfo06_wave=0\n lfo06_pitch=0\n lfo06_freq=16.352\n lfo06_delay=0.5\n\n|"}},
       {{gen(21, 0), gen(10, 100), gen(13, 1200)},
        {" lfo07_wave=0\n lfo07_amplitude=200\n lfo07_cutoff=100\n lfo07_freq=0\n lfo07_delay=1\n\n|"}},
@@ -109,7 +111,7 @@ TEST(SF2Generators, PresetLevelAndOperatorsOutOfBounds) {
   const Bank bank = regionBank(
       {gen(99, 1), gen(51, 1)},
       {gen(48, 100), range(43, 60, 60), range(44, 1, 2), gen(47, 100), gen(9, 1), gen(52, 50), gen(55, 0),
-       gen(31, 0), gen(60, 0), gen(51, -1), gen(0, 500), gen(34, 1200), gen(37, -10), gen(17, 250)});
+       gen(31, 0), gen(60, 0), gen(51, -1), gen(0, 500), gen(34, 1200), gen(35, 1200), gen(37, -10), gen(17, 250)});
   EXPECT_EQ(convert(dir, bank.bytes()).console,
             std::string(kExtracted) + "PGEN operator out of bounds!\nIGEN operator out of bounds!\n");
   const std::string text = readFile(dir.file("out/000_P.sfz"));
@@ -118,7 +120,7 @@ TEST(SF2Generators, PresetLevelAndOperatorsOutOfBounds) {
        {"/* NOP pgen(initialAttenuation) = 100[100;0] */\n global_volume=-10\n", " lokey=60 hikey=60\n",
         " lovel=1 hivel=2\n", "/* NOP pgen(velocity) = 100[100;0] */\n/* NOP pgen(initialFilterQ)",
         "/* TODO initialFilterQ[pgen] */\n", "/* TODO fineTune[pgen] */\n", "/* ERROR! unused4[pgen] */\n",
-        " ampeg_attack=2\n", " ampeg_sustain=100\n", " pan=50\n",
+        " ampeg_attack=2\n", " ampeg_hold=2\n", " ampeg_sustain=100\n", " pan=50\n",
         "/* TODOkeynumToModEnvHold[pgen] */\n/* NOP pgen(coarseTune) = -1[255;255] */\n"})
     EXPECT_TRUE(contains(master, line)) << line;
   EXPECT_FALSE(contains(text, "endOper"));

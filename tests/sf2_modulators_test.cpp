@@ -45,30 +45,3 @@ TEST(SF2Modulators, RecordsAreNamedSkippedOrDumpedFieldByField) {
       << text;
 }
 
-TEST(SF2Modulators, VibratoAndCutoffSourcesAndTheUnimplemented) {
-  TempDir dir;
-  const Conversion run = convertMods(
-      dir, {},
-      {mod(source(1, true), 6, 50), mod(source(13, false), 6, 20), mod(source(5, false), 6, 1),
-       mod(source(3, false), 8, 1), mod(source(4, true), 8, 1)});
-  EXPECT_EQ(run.console, std::string(kExtracted) + "IMPLEMENT srcIndex : 5 for vibLfoToPitch srcCC=0\n"
-                                                   "IMPLEMENT srcIndex : 3 for initialFilterFc srcCC=0\n"
-                                                   "IMPLEMENT srcCC for initialFilterFc (index=4)\n");
-  EXPECT_TRUE(contains(readFile(dir.file("out/000_P.sfz")),
-                       " loop_start=100 loop_end=899\n lfo06_wave=0\n"
-                       " lfo06_pitch=0 lfo06_pitch_oncc1=0.5 lfo06_pitch_oncc129=0.2\n lfo06_freq=0\n\n"));
-}
-
-TEST(SF2Modulators, EveryPresetFileStartsItsCurvesAgain) {
-  TempDir dir;
-  Bank bank = regionBank({});
-  bank.presets.push_back({"Q", 1, 0, {Zone({gen(41, 0)})}});
-  convert(dir, bank.bytes());
-  for (const char* name : {"out/000_P.sfz", "out/001_Q.sfz"}) {
-    const std::string text = readFile(dir.file(name));
-    EXPECT_TRUE(contains(text, " sample=sf2_smpl.wav\n //8.4.2 MIDI Note-On Velocity to Filter Cutoff\n"));
-    EXPECT_TRUE(contains(text, " lfo06_pitch=0 lfo06_pitch_oncc129=50 lfo06_pitch_oncc1=50\n lfo06_freq=8.176\n"
-                               "\n amplitude_oncc11=100 amplitude_curvecc11=7\n"));
-    EXPECT_TRUE(contains(text, "\n<curve>//7 GMCurves::ConvaveLin\n v000=0 ")) << name;
-  }
-}

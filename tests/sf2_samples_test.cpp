@@ -25,24 +25,7 @@ TEST(SF2Samples, PoolWaveHoldsTheSmplChunkVerbatimAtTheMainRate) {
   }
 }
 
-TEST(SF2Samples, MainRateRuleAndRateOverrideTuning) {
-  const struct {
-    std::vector<uint32_t> rates;
-    uint32_t main;
-  } cases[] = {{{44100, 22050}, 44100},
-               {{44100, 48000}, 44100},  // the last real sample is never chosen
-               {{22050, 44100, 44100}, 22050},
-               {{22050, 48000, 22050}, 48000},
-               {{8000}, 8000}};
-  for (const auto& c : cases) {
-    TempDir dir;
-    Bank bank = oneSampleBank();
-    bank.samples.clear();
-    for (uint32_t rate : c.rates) bank.samples.push_back({"", 0, 1000, 100, 900, rate, 60, 0, 0, 1});
-    EXPECT_EQ(convert(dir, bank.bytes()).mainRate, c.main);
-    EXPECT_EQ(readWave(dir.file("out/sf2_smpl.wav")).rate, int(c.main));
-  }
-
+TEST(SF2Samples, RateOverrideTuning) {
   Bank bank = oneSampleBank();
   bank.samples.push_back({"Half", 0, 1000, 100, 900, 22050, 60, 3, 0, 1});
   bank.samples.push_back({"Zero", 0, 10, 0, 5, 0, 62, 0, 0, 1});
@@ -57,26 +40,6 @@ TEST(SF2Samples, MainRateRuleAndRateOverrideTuning) {
                              "/* Sample Rate override main:44100 curr:48000 */\n pitch_keycenter=61 tune=146\n"));
   // Without a rate there is no ratio to tune by.
   EXPECT_TRUE(contains(text, "curr:0 */\n pitch_keycenter=62 tune=0\n offset=0 end=10\n loop_start=0 loop_end=4\n"));
-}
-
-TEST(SF2Samples, LoopPointsAreCheckedUnsigned) {
-  const struct {
-    uint32_t start, loopStart, loopEnd;
-    std::string line;
-  } cases[] = {
-      {1000, 1500, 2000, " pitch_keycenter=60 tune=-5\n offset=1000 end=2500\n loop_start=1500 loop_end=1999\n"},
-      {1000, 1000, 2000, "\n loop_start=1000 loop_end=1999\n"},
-      {1000, 999, 2000, "/*  bad loop! loop_start=999 loop_end=1999 */\n"},
-      {1000, 1500, 1501, "/*  bad loop! loop_start=1500 loop_end=1500 */\n"},
-      {1000, 1500, 1502, "\n loop_start=1500 loop_end=1501\n"},
-      {0, 0, 0, "\n loop_start=0 loop_end=-1\n"},  // -1 compares as the largest
-  };
-  for (const auto& c : cases) {
-    Bank bank = regionBank({});
-    bank.pool.resize(6000, '\0');
-    bank.samples[0] = Sample{"", c.start, 2500, c.loopStart, c.loopEnd, 44100, 60, -5, 0, 1};
-    EXPECT_TRUE(contains(presetText(bank), c.line)) << c.line;
-  }
 }
 
 TEST(SF2Samples, LinkedSamplesStopTheConversionSilently) {

@@ -23,6 +23,7 @@ import argparse
 import os
 import random
 import re
+import shutil
 import signal
 import subprocess
 import sys
@@ -162,7 +163,8 @@ def describe(site):
 
 def sync_tree(root, scratch):
     """Copies the working tree into the scratch source folder, touching only
-    files whose content changed so that the rebuild stays incremental."""
+    files whose content changed so that the rebuild stays incremental, and
+    with each file's permissions."""
     out = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=root,
                          capture_output=True, text=True, check=True).stdout
     for path in out.split("\n"):
@@ -174,11 +176,15 @@ def sync_tree(root, scratch):
             data = f.read()
         if os.path.isfile(dst):
             with open(dst, "rb") as f:
-                if f.read() == data:
-                    continue
-        os.makedirs(os.path.dirname(dst), exist_ok=True)
-        with open(dst, "wb") as f:
-            f.write(data)
+                same = f.read() == data
+        else:
+            same = False
+        if not same:
+            os.makedirs(os.path.dirname(dst), exist_ok=True)
+            with open(dst, "wb") as f:
+                f.write(data)
+        # The shipping tests run scripts of the tree: keep them executable.
+        shutil.copymode(src, dst)
 
 
 def run(command, cwd, timeout):

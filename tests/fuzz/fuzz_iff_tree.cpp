@@ -1,37 +1,14 @@
 // The chunk tree over arbitrary bytes, through every load method, with every
 // node's body fetched and released.
 #include <cstdint>
-#include <cstring>
 #include <fstream>
 #include <functional>
 
 #include "source/IFFTree.h"
 #include "tests/fuzz/FuzzHarness.h"
+#include "tests/support/MemoryFile.h"
 
 namespace {
-
-class MemoryFile : public tolvin::VirtualFile {
- public:
-  MemoryFile(const uint8_t* data, uint64_t size) : data_(data), size_(size) {}
-  uint64_t read(void* buffer, uint64_t count) override {
-    if (position_ >= size_) return 0;
-    if (count > size_ - position_) count = size_ - position_;
-    std::memcpy(buffer, data_ + position_, count);
-    position_ += count;
-    return count;
-  }
-  bool seek(uint64_t position) override {
-    position_ = position;
-    return true;
-  }
-  uint64_t tell() const override { return position_; }
-  uint64_t size() const override { return size_; }
-
- private:
-  const uint8_t* data_;
-  uint64_t size_;
-  uint64_t position_ = 0;
-};
 
 void walk(tolvin::IFFTree& tree, const tolvin::IFFTreeNode* node) {
   for (const auto& child : node->children) {
@@ -58,7 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     exercise(memoryTree, tolvin::IFF_LOAD_MEMORY);
   }
   {
-    tolvin::IFFTree virtualTree(new MemoryFile(data, size), true);
+    const std::string bytes(reinterpret_cast<const char*>(data), size);
+    tolvin::IFFTree virtualTree(new testsupport::MemoryFile(bytes), true);
     exercise(virtualTree, tolvin::IFF_LOAD_VIRTUAL);
   }
   // The file-based methods, one per input so that each run stays quick.

@@ -16,7 +16,6 @@ const char kExtracted[] = "Extracting smpl to wav file...\nExtracting smpl to wa
 struct Conversion {
   std::string console, result;
   std::vector<std::string> sampleNames;
-  uint32_t mainRate = 0;
 };
 
 // Writes `bytes` as dir/name and converts it in-process into dir/out.
@@ -29,7 +28,6 @@ inline Conversion convert(const testsupport::TempDir& dir, const std::string& by
     SF2Converter converter(dir.file(name), dir.file("out"));
     run.result = converter.process();
     run.sampleNames = converter.sampleNames();
-    run.mainRate = converter.mainSampleRate();
   });
   return run;
 }

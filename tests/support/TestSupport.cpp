@@ -124,44 +124,6 @@ WaveFacts readWave(const std::string& path) {
   return facts;
 }
 
-const Chunk* Chunk::child(const std::string& wanted) const {
-  for (const Chunk& c : children)
-    if (c.id == wanted) return &c;
-  return nullptr;
-}
-
-std::vector<Chunk> parseChunks(const std::string& bytes, size_t from, size_t end) {
-  std::vector<Chunk> chunks;
-  while (from + 8 <= end) {
-    Chunk c;
-    c.id = bytes.substr(from, 4);
-    c.size = u32At(bytes, from + 4);
-    c.body = from + 8;
-    if (c.id == "RIFF" || c.id == "LIST") {
-      c.id += "(" + bytes.substr(from + 8, 4) + ")";
-      c.children = parseChunks(bytes, from + 12, std::min(end, from + 8 + c.size));
-    }
-    chunks.push_back(c);
-    from += 8 + c.size + (c.size & 1);
-  }
-  return chunks;
-}
-
-std::string chunkText(const std::string& bytes, const Chunk* chunk) {
-  if (!chunk) return "";
-  std::string t = bytes.substr(chunk->body, chunk->size);
-  return t.substr(0, t.find('\0'));
-}
-
-std::string cleanName(std::string name, bool trim) {
-  auto blank = [](char c) { return static_cast<unsigned char>(c) <= 32; };
-  while (trim && !name.empty() && blank(name.back())) name.pop_back();
-  while (trim && !name.empty() && blank(name.front())) name.erase(0, 1);
-  for (char& c : name)
-    if (c != '\0' && std::strchr("\\/*?><|: ", c)) c = '_';
-  return name;
-}
-
 std::string maskLines(const std::string& text, const std::string& prefix) {
   std::string masked = text;
   for (size_t at = masked.find(prefix); at != std::string::npos; at = masked.find(prefix, at + 1))

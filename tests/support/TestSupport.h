@@ -77,21 +77,6 @@ struct WaveFacts {
 };
 WaveFacts readWave(const std::string& path);
 
-// A chunk of a RIFF file, read independently of the program's chunk tree.
-struct Chunk {
-  std::string id;  // "LIST(wave)" for containers
-  size_t body = 0, size = 0;
-  std::vector<Chunk> children;
-  const Chunk* child(const std::string& wanted) const;
-};
-std::vector<Chunk> parseChunks(const std::string& bytes, size_t from, size_t end);
-// The zero-terminated text of a chunk; "" for no chunk.
-std::string chunkText(const std::string& bytes, const Chunk* chunk);
-
-// A name made safe for a file name: path characters and blanks become "_";
-// with `trim`, blanks and control bytes are first cut from both ends.
-std::string cleanName(std::string name, bool trim);
-
 // Replaces the text of every line that starts with `prefix` by the prefix
 // alone, so that lines carrying the conversion date compare equal.
 std::string maskLines(const std::string& text, const std::string& prefix);
