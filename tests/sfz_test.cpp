@@ -24,18 +24,6 @@ TEST(SfzElements, NumbersUseDefaultStreamFormatting) {
   }
 }
 
-TEST(SfzElements, ControllerItemsFollowTheValueOnOneLine) {
-  SFZElement freq("freq", 5);
-  freq.addOnCC(1, 0.5, 3);
-  EXPECT_EQ(freq.toString(" lfo06_"), " lfo06_freq=5 lfo06_freq_oncc1=0.5 lfo06_freq_curvecc1=3\n");
-  SFZElement onlyControllers("amplitude", 100);
-  onlyControllers.setNullValue(true);
-  EXPECT_EQ(onlyControllers.toString(" "), "");
-  onlyControllers.addOnCC(11, 100, 0);
-  onlyControllers.addOnCC(7, -2, 0);
-  EXPECT_EQ(onlyControllers.toString(" "), " amplitude_oncc11=100 amplitude_oncc7=-2\n");
-}
-
 TEST(SfzModulators, LfoTargetsFreqPhaseDelayAndNumbering) {
   SFZTree tree;
   auto* vibrato = new SFZLfo(1, target(1), 0.0, static_cast<SFZLfo::WaveType>(0), 8.176, 0, 0);
@@ -63,15 +51,4 @@ TEST(SfzModulators, LfoTargetsFreqPhaseDelayAndNumbering) {
   SFZTree next;
   SFZLfo other(3, target(0), 0, static_cast<SFZLfo::WaveType>(0), 1, 0, 0);
   EXPECT_EQ(other.toString().substr(0, 13), " lfo06_wave=0");
-}
-
-TEST(SfzModulators, FilterTypesAndUnknownTargets) {
-  SFZFilter filter(4, target(0), 1.0, static_cast<SFZFilter::FilterType>(5), 2000, 0.5);
-  EXPECT_EQ(filter.toString(), " fil_type=lpf_2p\n cutoff=2000\n resonance=0.5\n");
-  filter.setFilterType(static_cast<SFZFilter::FilterType>(2));
-  filter.setCutoff(8.176 * std::pow(2.0, 13500 / 1200.0));
-  EXPECT_EQ(filter.toString(), " fil_type=TODO filter_type\n cutoff=19912.6\n resonance=0.5\n");
-  EXPECT_EQ(SFZModulator::getStringTargetType(target(42)), "unknown");
-  EXPECT_EQ(zeroPad(7), "07");
-  EXPECT_EQ(zeroPad(123), "123");
 }
