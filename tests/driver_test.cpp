@@ -35,6 +35,7 @@ TEST(Driver, ArgumentShapesGiveTheirBoxesAndStatuses) {
       {{"x.", "out"}, kBanner, 0},
       {{"ab", "out", "r.txt"}, kBanner, 0},
       {{"/no/such/file.sf2", "out"}, kBanner + echo("/no/such/file.sf2", "out", "") + "file not found!\n", 0},
+      {{"/etc/hosts", "out"}, kBanner + echo("/etc/hosts", "out", "") + "Unsupported extension:\n", 0},
   };
   for (const Case& c : cases) {
     RunResult run = runSorvane(c.args);

@@ -13,8 +13,6 @@
 
 using namespace testsupport;
 
-using riff::le32;
-
 TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas) {
   TempDir dir;
   std::string pool;
@@ -44,6 +42,6 @@ TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas)
   const std::string expected = "ab" + pool.substr(3, pool.size() - 13) + "cd" + pool.substr(1, 1);
   const std::string bytes = readFile(dir.file("a.wav"));
   ASSERT_EQ(bytes.size(), 44 + expected.size());
-  EXPECT_EQ(bytes.substr(40, 4), le32(static_cast<uint32_t>(expected.size())));
+  EXPECT_EQ(bytes.substr(40, 4), riff::le32(static_cast<uint32_t>(expected.size())));
   EXPECT_TRUE(bytes.compare(44, std::string::npos, expected) == 0);
 }
