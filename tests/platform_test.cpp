@@ -8,6 +8,37 @@
 
 using namespace tolvin;
 
+TEST(PathHelpers, FileAndFolderHonourBothSeparators) {
+  EXPECT_EQ(getFileFromPath("C:\\banks\\piano.sf2"), "piano.sf2");
+  EXPECT_EQ(getFileFromPath("a\\b/c"), "c");
+  EXPECT_EQ(getFileFromPath("a/b\\c"), "c");
+  EXPECT_EQ(getFileFromPath("plain"), "plain");
+  EXPECT_EQ(getFileFromPath("dir/"), "");
+  EXPECT_EQ(getPathFromFile("a/b/c"), "a/b");
+  EXPECT_EQ(getPathFromFile("/x"), "");
+  EXPECT_EQ(getPathFromFile("plain"), ".");
+  EXPECT_EQ(getPathFromFile(""), "");
+}
+
+TEST(StringHelpers, TrimCleanAndLowercaseTouchOnlyTheirBytes) {
+  std::string out;
+  trim(" \t name\n", out);
+  EXPECT_EQ(out, "name");
+  trim("", out);
+  EXPECT_EQ(out, "");
+  trim("\xA0x\xA0", out);
+  EXPECT_EQ(out, "\xA0x\xA0");
+  trim("   ", out);
+  EXPECT_EQ(out, "");
+
+  std::string name = "a:b c\\d/e*f?g>h<i|j.k\xC3\xA9";
+  cleanPathName(name);
+  EXPECT_EQ(name, "a_b_c_d_e_f_g_h_i_j.k\xC3\xA9");
+
+  lowercase("BANK.Dlsc\xC3\x89", out);
+  EXPECT_EQ(out, "bank.dlsc\xC3\x89");
+}
+
 TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
   testsupport::TempDir dir;
   const std::string deep = dir.file("a/b");

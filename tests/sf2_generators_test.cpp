@@ -15,6 +15,23 @@ std::string regionOf(const std::vector<Gen>& gens, const std::vector<Gen>& prese
 
 }  // namespace
 
+TEST(SF2Generators, NamesByNumber) {
+  const char* const names[] = {
+      "startAddrsOffset", "endAddrsOffset", "startloopAddrsOffset", "endloopAddrsOffset",
+      "startAddrsCoarseOffset", "modLfoToPitch", "vibLfoToPitch", "modEnvToPitch", "initialFilterFc",
+      "initialFilterQ", "modLfoToFilterFc", "modEnvToFilterFc", "endAddrsCoarseOffset", "modLfoToVolume",
+      "unused0", "chorusEffectsSend", "reverbEffectsSend", "pan", "unused1", "unused2", "unused3",
+      "delayModLfo", "freqModLfo", "delayVibLfo", "freqVibLfo", "delayModEnv", "attackModEnv", "holdModEnv",
+      "decayModEnv", "sustainModEnv", "releaseModEnv", "keynumToModEnvHold", "keynumToModEnvDecay",
+      "delayVolEnv", "attackVolEnv", "holdVolEnv", "decayVolEnv", "sustainVolEnv", "releaseVolEnv",
+      "keynumToVolEnvHold", "keynumToVolEnvDecay", "instrument", "nop", "keyRange", "velRange",
+      "startloopAddrsCoarseOffset", "keynum", "velocity", "initialAttenuation", "keyTuning",
+      "endloopAddrsCoarseOffset", "coarseTune", "fineTune", "sampleId", "sampleModes", "unused4",
+      "scaleTuning", "exclusiveClass", "overridingRootKey", "unused5", "endOper", "gdummy"};
+  for (unsigned n = 0; n < 62; ++n) EXPECT_STREQ(SF2Converter::generatorName(n), names[n]) << n;
+  EXPECT_STREQ(SF2Converter::generatorName(0xFFFF), "gdummy");
+}
+
 // Each instrument generator: its NOP comment (amount, low and high byte) and
 // what it becomes, exactly where it is written.
 TEST(SF2Generators, InstrumentLevel) {

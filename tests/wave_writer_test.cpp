@@ -13,6 +13,44 @@
 
 using namespace testsupport;
 
+using riff::le32;
+
+TEST(WaveWriter, HeaderFormatAndDataSizesArePatchedOnFinalize) {
+  TempDir dir;
+  FILE* file = std::fopen(dir.file("a.wav").c_str(), "wb");
+  {
+    WaveFileWriter writer(file);
+    writer.set_string(WAVE_STRING_COPYRIGHT, "abc");
+    writer.set_string(WAVE_STRING_COPYRIGHT, "ab");
+    ASSERT_TRUE(writer.prepareData(44100, 1, 16, true));
+    ASSERT_TRUE(writer.writeData("0123456789", 10));
+  }  // the destructor finalizes but leaves the caller's stream open
+  EXPECT_EQ(std::ftell(file), 36);  // still open, just after the format record
+  std::fclose(file);
+  // Texts are zero-terminated and padded to an even size.
+  EXPECT_EQ(readFile(dir.file("a.wav")),
+            "RIFF" + le32(94) + "WAVEfmt " + le32(16) +
+                std::string(riff::Body().u16(1).u16(1).u32(44100).u32(88200).u16(2).u16(16)) + "LIST" + le32(16) +
+                "INFOICOP" + le32(4) + std::string("abc\0", 4) + "LIST" + le32(16) + "INFOICOP" + le32(4) +
+                std::string("ab\0\0", 4) + "data" + le32(10) + "0123456789");
+
+  const struct {
+    unsigned long channels, bits;
+    uint16_t tag, blockAlign;
+  } formats[] = {{1, 4, 17, 0}, {2, 32, 3, 8}, {2, 8, 1, 2}};
+  for (const auto& f : formats) {
+    FILE* other = std::fopen(dir.file("f.wav").c_str(), "wb");
+    {
+      WaveFileWriter writer(other);
+      writer.prepareData(22050, f.channels, f.bits, true);
+      EXPECT_EQ(static_cast<unsigned>(writer.format().formatTag), f.tag);
+      EXPECT_EQ(static_cast<unsigned>(writer.format().blockAlign), f.blockAlign);
+      EXPECT_EQ(static_cast<unsigned>(writer.format().avgBytesPerSec), f.blockAlign * 22050u);
+    }
+    std::fclose(other);
+  }
+}
+
 TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas) {
   TempDir dir;
   std::string pool;
@@ -42,6 +80,6 @@ TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas)
   const std::string expected = "ab" + pool.substr(3, pool.size() - 13) + "cd" + pool.substr(1, 1);
   const std::string bytes = readFile(dir.file("a.wav"));
   ASSERT_EQ(bytes.size(), 44 + expected.size());
-  EXPECT_EQ(bytes.substr(40, 4), riff::le32(static_cast<uint32_t>(expected.size())));
+  EXPECT_EQ(bytes.substr(40, 4), le32(static_cast<uint32_t>(expected.size())));
   EXPECT_TRUE(bytes.compare(44, std::string::npos, expected) == 0);
 }
