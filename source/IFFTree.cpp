@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -391,17 +390,7 @@ bool IFFTree::IFF_SEEK(uint64_t offset, int whence) {
 
 uint64_t IFFTree::readAt(uint64_t offset, void* buffer, uint64_t count) {
   if (loadMethod != IFF_LOAD_STREAM || !stream_) return IFF_SEEK(offset, 0) ? IFF_READ(buffer, 1, count) : 0;
-  auto* out = static_cast<uint8_t*>(buffer);
-  uint64_t got = 0;
-  while (got < count) {
-    if (offset + got > static_cast<uint64_t>(std::numeric_limits<off_t>::max())) break;
-    const ssize_t n = ::pread(fileno(stream_), out + got, static_cast<size_t>(count - got),
-                              static_cast<off_t>(offset + got));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    got += static_cast<uint64_t>(n);
-  }
-  return got;
+  return tolvin::readAt(fileno(stream_), buffer, count, offset);
 }
 
 int IFFTree::streamDescriptor() const {

@@ -9,6 +9,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <limits>
 #include <new>
 
 namespace tolvin {
@@ -186,6 +187,19 @@ uint8_t* binFileInternalize(const std::string& path, uint64_t& length, uint64_t&
 bool binFileExternalize(const std::string& path, const void* data, uint64_t count) {
   OutputFile file(path, getPathFromFile(path));
   return file.isOpen() && file.write(data, static_cast<size_t>(count)) && file.commit();
+}
+
+uint64_t readAt(int descriptor, void* buffer, uint64_t count, uint64_t offset) {
+  auto* out = static_cast<uint8_t*>(buffer);
+  uint64_t got = 0;
+  while (got < count) {
+    if (offset + got > static_cast<uint64_t>(std::numeric_limits<off_t>::max())) break;
+    const ssize_t n = ::pread(descriptor, out + got, static_cast<size_t>(count - got), static_cast<off_t>(offset + got));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    got += static_cast<uint64_t>(n);
+  }
+  return got;
 }
 
 }  // namespace tolvin

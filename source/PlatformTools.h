@@ -21,6 +21,10 @@ bool sameFile(const std::string& first, const std::string& second);
 // Opens a plain file for reading ("rb"); null for anything else, and a pipe
 // or device swapped in for the file never blocks the open.
 FILE* openRegularFile(const std::string& path);
+// Reads up to `count` bytes at `offset` with positioned reads, however many
+// that takes, leaving the descriptor's position alone; returns how many it
+// got (fewer when the file ends or a read fails first).
+uint64_t readAt(int descriptor, void* buffer, uint64_t count, uint64_t offset);
 
 // Text after the last "." of the whole path (not stopping at separators).
 std::string getFileExtension(const std::string& path);

@@ -17,18 +17,7 @@ const size_t kHeaderPlaceholder = 36;
 const size_t kInterleaveFrames = 4096;
 const size_t kCopyBufferSize = 0x100000;  // 1 MiB
 
-// Reads exactly `count` bytes at `offset`, however many reads that takes;
-// false when the source ends or fails first.
-bool readWhole(int source, unsigned char* buffer, size_t count, off_t offset) {
-  for (size_t got = 0; got < count;) {
-    const ssize_t n = ::pread(source, buffer + got, count - got, offset + static_cast<off_t>(got));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    got += static_cast<size_t>(n);
-  }
-  return true;
-}
-
+// Writes all `count` bytes at `offset`, however many writes that takes.
 bool writeWhole(int target, const unsigned char* buffer, size_t count, off_t offset) {
   for (size_t put = 0; put < count;) {
     const ssize_t n = ::pwrite(target, buffer + put, count - put, offset + static_cast<off_t>(put));
@@ -48,7 +37,7 @@ uint64_t bufferedCopy(int source, off_t* in, int target, off_t* out, uint64_t co
   uint64_t copied = 0;
   while (copied < count) {
     const size_t piece = static_cast<size_t>(std::min<uint64_t>(count - copied, buffer.size()));
-    if (!readWhole(source, buffer.data(), piece, *in)) break;
+    if (tolvin::readAt(source, buffer.data(), piece, static_cast<uint64_t>(*in)) != piece) break;
     if (!writeWhole(target, buffer.data(), piece, *out)) {
       *writeFailed = true;
       break;
