@@ -17,7 +17,14 @@ A fault that does not compile is left out of the share. The same seed and
 sample size draw the same faults as long as the product code is unchanged,
 so that runs before and after a change of the tests compare.
 
+With --kill-map FILE every quick test runs against every fault and the
+names of the tests that failed are written to FILE, a line a fault, so that
+one can see which tests catch what no other test catches.
+
   tools/mutate.py [--sample N] [--seed S] [--scratch DIR] [--only ID...] [--list]
+                  [--kill-map FILE] [--at FILE:LINE...]
+
+--at plants every fault a named line can carry instead of a sample.
 """
 import argparse
 import os
@@ -204,11 +211,23 @@ def build(build_dir, jobs):
     return run(["cmake", "--build", ".", "-j", str(jobs)], build_dir, 900) == 0
 
 
-def tests_pass(build_dir, jobs):
-    # The quick tests take seconds: a run that hangs counts as caught, as
-    # does one that fails.
-    return run(["ctest", "-LE", "integration", "-j", str(jobs), "--stop-on-failure"],
-               build_dir, 120) == 0
+def failing_tests(build_dir, jobs, every_test=False):
+    """The quick tests that fail (or hang: that counts as caught too), or an
+    empty list when all pass. Without every_test, the run stops at the first
+    failure and the list names no test."""
+    failed_log = os.path.join(build_dir, "Testing", "Temporary", "LastTestsFailed.log")
+    if os.path.exists(failed_log):
+        os.remove(failed_log)
+    command = ["ctest", "-LE", "integration", "-j", str(jobs)]
+    if not every_test:
+        command.append("--stop-on-failure")
+    status = run(command, build_dir, 240 if every_test else 120)
+    if status == 0:
+        return []
+    if not every_test or not os.path.exists(failed_log):
+        return ["?"]
+    with open(failed_log) as f:
+        return [line.strip().split(":", 1)[-1] for line in f if line.strip()]
 
 
 def plant(src_dir, site):
@@ -224,6 +243,20 @@ def plant(src_dir, site):
     return full, original
 
 
+def report_kill_map(killers):
+    """Per test, the faults it catches and those no other test catches: a
+    test that catches nothing alone is the first to look at when cutting."""
+    alone, total = {}, {}
+    for tests in killers:
+        for test in tests:
+            total[test] = total.get(test, 0) + 1
+        if len(tests) == 1:
+            alone[tests[0]] = alone.get(tests[0], 0) + 1
+    print("\ncaught by (alone / in all):")
+    for test in sorted(total, key=lambda t: (alone.get(t, 0), total[t])):
+        print(f"  {alone.get(test, 0):3} / {total[test]:3}  {test}")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--sample", type=int, default=220)
@@ -232,6 +265,8 @@ def main():
     parser.add_argument("--scratch", default="/tmp/sorvane-mutate")
     parser.add_argument("--only", type=int, nargs="*", help="sample numbers to run alone")
     parser.add_argument("--list", action="store_true", help="print the sample, run nothing")
+    parser.add_argument("--at", nargs="*", help="FILE:LINE places to plant every fault of")
+    parser.add_argument("--kill-map", help="run every test against every fault; write who fails here")
     args = parser.parse_args()
 
     sites = all_sites(ROOT)
@@ -239,6 +274,9 @@ def main():
     random.Random(args.seed).shuffle(sites)
     sample = sites[:args.sample]
     chosen = list(enumerate(sample, 1))
+    if args.at:
+        wanted = {tuple(place.rsplit(":", 1)) for place in args.at}
+        chosen = [(n, s) for n, s in enumerate(sites, 1) if (s[0], str(s[1])) in wanted]
     if args.only:
         chosen = [(n, s) for n, s in chosen if n in args.only]
     print(f"{len(sites)} places for a fault; sample {len(sample)} with seed {args.seed}")
@@ -253,29 +291,33 @@ def main():
     if not os.path.isdir(build_dir):
         subprocess.run(["cmake", "-S", src_dir, "-B", build_dir, "-DCMAKE_BUILD_TYPE=RelWithDebInfo"],
                        stdout=subprocess.DEVNULL, check=True)
-    if not build(build_dir, args.jobs) or not tests_pass(build_dir, args.jobs):
+    if not build(build_dir, args.jobs) or failing_tests(build_dir, args.jobs):
         print("the unchanged tree does not build or pass its tests")
         return 1
 
-    caught, survived, stillborn = [], [], []
+    caught, survived, stillborn, killers = [], [], [], []
+    kill_map = open(args.kill_map, "w") if args.kill_map else None
     began = time.time()
     # Grouped by file, so that one file is recompiled for a run of faults.
     for n, site in sorted(chosen, key=lambda item: (item[1][0], item[1][1], item[0])):
         full, original = plant(src_dir, site)
+        failed = []
         try:
             if not build(build_dir, args.jobs):
                 stillborn.append((n, site))
                 verdict = "does not build"
-            elif tests_pass(build_dir, args.jobs):
-                survived.append((n, site))
-                verdict = "SURVIVED"
             else:
-                caught.append((n, site))
-                verdict = "caught"
+                failed = failing_tests(build_dir, args.jobs, every_test=bool(kill_map))
+                verdict = "caught" if failed else "SURVIVED"
+                (caught if failed else survived).append((n, site))
         finally:
             with open(full, "w", encoding="utf-8") as f:
                 f.write(original)
         print(f"#{n} {verdict}: {describe(site)}", flush=True)
+        if kill_map and verdict != "does not build":
+            print(f"#{n} {describe(site)} | {' '.join(failed)}", file=kill_map, flush=True)
+            if failed:
+                killers.append(failed)
     build(build_dir, args.jobs)
 
     live = len(caught) + len(survived)
@@ -284,6 +326,8 @@ def main():
           f"{len(caught)} of {live} caught ({share:.1f} %)")
     for n, site in sorted(survived):
         print(f"  survivor #{n} {describe(site)}")
+    if kill_map:
+        report_kill_map(killers)
     return 0
 
 
