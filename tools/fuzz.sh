@@ -19,13 +19,19 @@ if [ ${#targets[@]} -eq 0 ]; then
   for program in "$build"/tests/fuzz/fuzz_*; do targets+=("$(basename "$program")"); done
 fi
 
-# Seeds: the committed ones, those the seed maker builds from the test
-# builders, and the real Debian banks with their sample pools cut short.
+# Seeds: the demo input of each family, every one of them for the chunk
+# tree, and what the seed maker builds: chunk-tree layouts, hostile banks and
+# the real Debian banks with their sample pools cut short.
 if [ -x "$build/tests/fuzz/make_fuzz_seeds" ]; then
   banks=()
   for bank in /usr/share/sounds/sf2/*.sf2; do [ -f "$bank" ] && [ ! -L "$bank" ] && banks+=("$bank"); done
   "$build/tests/fuzz/make_fuzz_seeds" "$build/seeds" "${banks[@]}"
 fi
+for pair in fuzz_sf2:demo.sf2 fuzz_dls:demo_collection.dls fuzz_rmi:demo_song.rmi fuzz_acid:demo_loop.wav \
+            fuzz_iff_tree:demo.sf2 fuzz_iff_tree:demo_collection.dls fuzz_iff_tree:demo_loop.wav; do
+  mkdir -p "$build/seeds/${pair%%:*}"
+  cp "examples/${pair#*:}" "$build/seeds/${pair%%:*}/"
+done
 
 mkdir -p "$build/findings"
 total=0

@@ -1,5 +1,6 @@
-// Writes starting inputs for the fuzz targets, made with the test builders,
-// plus one per real SoundFont bank named after the folder:
+// Writes starting inputs for the fuzz targets that the demo inputs do not
+// cover: every chunk-tree layout, crafted hostile banks, and one per real
+// SoundFont bank named after the folder:
 // make_fuzz_seeds OUTPUT_FOLDER [BANK.sf2 ...] creates OUTPUT_FOLDER/<target>/<seed files>.
 #include <sys/stat.h>
 
@@ -9,8 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/AcidBuilder.h"
-#include "tests/support/DlsBuilder.h"
 #include "tests/support/HostileInputs.h"
 #include "tests/support/Sf2Builder.h"
 #include "tests/support/RiffBuilder.h"
@@ -27,12 +26,6 @@ void seed(const std::string& target, const std::string& name, const std::string&
   std::ofstream(folder + "/" + name, std::ios::binary) << bytes;
 }
 
-std::vector<int16_t> ramp(int count) {
-  std::vector<int16_t> samples;
-  for (int i = 0; i < count; ++i) samples.push_back(static_cast<int16_t>(i * 300 - 4000));
-  return samples;
-}
-
 void chunkTreeSeeds() {
   const std::string body = riff::chunk("fmt ", "0123456789abcdef") + riff::chunk("data", "odd");
   seed("fuzz_iff_tree", "riff", riff::list("RIFF", "WAVE", body + riff::list("LIST", "INFO", riff::chunk("INAM", "x"))));
@@ -44,45 +37,6 @@ void chunkTreeSeeds() {
   seed("fuzz_iff_tree", "caf", std::string("caff") + riff::Body().be16(1).be16(0).bytes() + "desc" +
                                    riff::Body().be64(4).bytes() + "abcd");
   seed("fuzz_iff_tree", "nsfe", std::string("NSFE") + riff::Body().u32(2).text("INFO").text("ab").u32(0).text("NEND").bytes());
-}
-
-void collectionSeeds() {
-  dls::Collection c;
-  c.info = dls::info({{"INAM", "Seed"}, {"ICOP", "none"}});
-  dls::Sampling looped;
-  looped.loops = {dls::Loop{0, 2, 8}};
-  c.addWave(dls::wave(dls::fmt(1, 22050, 16), dls::pcm16(ramp(16)),
-                      dls::info({{"INAM", "Ramp"}, {"ICOP", "c"}}) + dls::wsmp(looped)));
-  c.addWave(dls::wave(dls::fmt(2, 22050, 16), dls::pcm16(ramp(8))));
-  dls::Instrument instrument;
-  instrument.program = 3;
-  instrument.regions = {dls::region(dls::rgnh(0, 60, 0, 127) + dls::wlnk(0) + dls::wsmp(looped) +
-                                    dls::lart({{1, 0x81, 3, 0, 65536}, {0, 0, 0x206, 0, 0}})),
-                        dls::region(dls::rgnh(61, 127, 0, 127) + dls::wlnk(1) + dls::wsmp({}))};
-  c.addInstrument(instrument);
-  const std::string collection = c.bytes();
-  seed("fuzz_dls", "collection", collection);
-  const std::string midi = std::string("MThd") + riff::Body().be32(6).be16(0).be16(1).be16(96).bytes();
-  seed("fuzz_rmi", "song", riff::list("RIFF", "RMID", riff::chunk("data", midi) + collection));
-}
-
-void soundFontSeeds() {
-  sf2build::Bank bank;
-  bank.pool = std::string(2000, '\0');
-  bank.samples.push_back({"Sine", 0, 1000, 100, 900, 44100, 60});
-  bank.samples.push_back({"Low", 1000, 1900, 1100, 1800, 22050, 48});
-  bank.instruments.push_back({"Lead", {{{sf2build::range(43, 0, 60), sf2build::gen(34, -1200), sf2build::gen(53, 0)}},
-                                        {{sf2build::range(43, 61, 127), sf2build::gen(54, 1), sf2build::gen(53, 1)}}}});
-  bank.presets.push_back({"Lead", 0, 0, {{{sf2build::gen(48, 20), sf2build::gen(41, 0)}}}});
-  bank.presets.push_back({"Drums", 0, 128, {{{sf2build::gen(41, 0)}}}});
-  seed("fuzz_sf2", "bank", bank.bytes());
-}
-
-void acidSeeds() {
-  std::vector<int16_t> samples(600);
-  for (size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<int16_t>((i % 50) * 400 - 10000);
-  seed("fuzz_acid", "loop", acid::wave(acid::fmt(1, 1, 8000, 16) + acid::acidChunk(4, 4, 4, 120.0f) +
-                                       acid::strc({{0}, {150}, {300}, {450, 1}}) + acid::pcm16(samples)));
 }
 
 // Banks crafted to multiply their input into memory or output, at a size one
@@ -145,9 +99,6 @@ int main(int argc, char** argv) {
   root = argv[1];
   for (int i = 2; i < argc; ++i) realBankSeed(argv[i]);
   chunkTreeSeeds();
-  collectionSeeds();
-  soundFontSeeds();
-  acidSeeds();
   hostileSeeds();
   return 0;
 }
