@@ -50,7 +50,7 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   odd.loops = {{5, 2, 6}};
   c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(16)), info({{"INAM", "Odd"}}) + wsmp(odd)));
   riff::Body smpl;  // its loop record is read 36 records in
-  smpl.u32(0).u32(11).u32(125000).u32(64).u32(0).u32(0).u32(0).u32(1).u32(5).zeros(864 - 36);
+  smpl.u32(0).u32(11).u32(125000).u32(64).u32(0).u32(25).u32(0x01020304).u32(1).u32(5).zeros(864 - 36);
   smpl.u32(7).u32(1).u32(3).u32(9).u32(0).u32(0);
   c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(12)), info({{"INAM", "S"}}) + riff::chunk("smpl", smpl)));
   c.addWave(wave(fmt(1, 8000, 32, 3), std::string(8, 'f'), info({{"INAM", "Float"}})));
@@ -71,7 +71,7 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   c.useTableOffsets = true;
   c.tableOffsets = offsets;
   Instrument instrument;
-  instrument.regions = {region(rgnh(0, 127, 0, 127) + wlnk(1, 3) + wsmp({})), fullRegion(8), fullRegion(10),
+  instrument.regions = {region(rgnh(0, 127, 0, 127) + wlnk(1, 3) + wsmp({})), fullRegion(8), fullRegion(9),
                         fullRegion(2), fullRegion(6)};
   c.addInstrument(instrument);
 
@@ -86,7 +86,7 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
             "smpl chunk too short, no loop written for:" + samples + "Short.wav\n"
             "missing pool table ffset reference:0x999\n"
             "node_wlnk unknown fusOptions\n"
-            "can't find wave cue in map:8error ulTableIndex out of bound:10"
+            "can't find wave cue in map:8error ulTableIndex out of bound:9"
             "ERROR unimplemented taking defaults from wave itself\n"
             "ERROR unimplemented taking defaults from wave itself\n");
   EXPECT_EQ(listDir(samples), (std::vector<std::string>{"A.wav", "Float.wav", "Odd.wav", "S.wav", "Short.wav",
@@ -104,6 +104,8 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   const std::string s = readFile(samples + "S.wav");
   EXPECT_EQ(u32At(s, 44 + 4), 11u);  // product
   EXPECT_EQ(u32At(s, 44 + 12), 64u);
+  EXPECT_EQ(u32At(s, 44 + 20), 25u);  // SMPTE format and offset
+  EXPECT_EQ(u32At(s, 44 + 24), 0x01020304u);
   EXPECT_EQ(u32At(s, 44 + 32), 5u);
   EXPECT_EQ(u32At(s, 44 + 36), 7u);
   EXPECT_EQ(u32At(s, 44 + 36 + 4), 1u);  // loop type

@@ -92,8 +92,9 @@ TEST(OutputConfinement, HostileNamesStayInsideTheOutputFolder) {
   const std::string work = root.file("a/b/c");
   fs::create_directories(work + "/out/dls");
   fs::create_directories(work + "/out/acid");
-  writeFile(work + "/bank.dls", hostileCollection());
-  RunResult dls = runSorvane({work + "/bank.dls", work + "/out/dls"});
+  // The collection's folder is named after the input, control bytes cleaned.
+  writeFile(work + "/ba\x01nk.dls", hostileCollection());
+  RunResult dls = runSorvane({work + "/ba\x01nk.dls", work + "/out/dls"});
   EXPECT_EQ(dls.status, 0);
   EXPECT_EQ(dls.err, "");
 
@@ -111,7 +112,7 @@ TEST(OutputConfinement, HostileNamesStayInsideTheOutputFolder) {
   const std::string loop = acid::wave(acid::fmt(1, 1, 44100, 16) + acid::acidChunk(4, 4, 4, 120.0f) +
                                       acid::pcm16(ramp(64)));
   const char* const loopNames[] = {"..wav", ".wav", "x\\..\\..\\up.wav", "c\x01tl.wav", "a.b.wav"};
-  std::set<std::string> inputs = {"a/b/c/bank.sf2", "a/b/c/bank.dls"};
+  std::set<std::string> inputs = {"a/b/c/bank.sf2", "a/b/c/ba\x01nk.dls"};
   for (const char* name : loopNames) {
     writeFile(work + "/" + name, loop);
     inputs.insert(std::string("a/b/c/") + name);
@@ -123,13 +124,13 @@ TEST(OutputConfinement, HostileNamesStayInsideTheOutputFolder) {
   std::set<std::string> files = filesBelow(root.path());
   EXPECT_GE(files.size(), inputs.size() + 16);
   for (const std::string& file : files) {
-    const bool inside = file.rfind("a/b/c/out/dls/bank_dls/", 0) == 0 || file.rfind("a/b/c/out/sf2/", 0) == 0 ||
+    const bool inside = file.rfind("a/b/c/out/dls/ba_nk_dls/", 0) == 0 || file.rfind("a/b/c/out/sf2/", 0) == 0 ||
                         file.rfind("a/b/c/out/acid/", 0) == 0;
     EXPECT_TRUE(inside || inputs.count(file)) << file;
   }
   // Colliding names share a file rather than escape: "same name" and
   // "same_name" both clean to same_name.
-  EXPECT_TRUE(exists(work + "/out/dls/bank_dls/samples/same_name.wav"));
+  EXPECT_TRUE(exists(work + "/out/dls/ba_nk_dls/samples/same_name.wav"));
   EXPECT_TRUE(exists(work + "/out/sf2/001/000_.._.._escape.sfz"));
   EXPECT_TRUE(exists(work + "/out/acid/up.sfz"));
 }

@@ -12,11 +12,11 @@ namespace {
 
 const char kDateLine[] = "// Conversion Date: ";
 
-// Instrument "I": one zone of 8000 modulators that write nothing, played by
-// `zones` zones of each of `presets` presets.
-Bank workBank(int presets, int zones) {
+// Instrument "I": one zone of `modulators` modulators that write nothing,
+// played by `zones` zones of each of `presets` presets.
+Bank workBank(int presets, int zones, int modulators = 8000) {
   Bank bank = oneSampleBank();
-  bank.instruments.push_back({"I", {Zone({gen(53, 0)}, std::vector<Mod>(8000, Mod{0, 34, 0, 0, 0}))}});
+  bank.instruments.push_back({"I", {Zone({gen(53, 0)}, std::vector<Mod>(modulators, Mod{0, 34, 0, 0, 0}))}});
   for (int p = 0; p < presets; ++p)
     bank.presets.push_back({"P" + std::to_string(p), uint16_t(p), 0, std::vector<Zone>(zones, Zone({gen(41, 0)}))});
   return bank;
@@ -174,28 +174,29 @@ TEST(SF2Structure, Version1BanksSkipSomeSizeChecksReadSnamAndWriteNoLabels) {
 TEST(SF2Presets, TwoBanksGoToFoldersAndTheResultsFileNamesTheFirst) {
   TempDir dir;
   Bank bank = regionBank({});
-  bank.presets.push_back({"Drums", 0, 128, {Zone({gen(41, 0)})}});
+  // The first and the last preset each alone in their bank.
+  bank.presets.insert(bank.presets.begin(), {"Drums", 0, 128, {Zone({gen(41, 0)})}});
   bank.presets.push_back({"Strings: Slow ", 48, 0, {Zone({gen(41, 0)})}});
   bank.presets.push_back({"Caf\xE9\xE9", 49, 0, {Zone({gen(41, 0)})}});
-  bank.presets.push_back({"Twenty characters!!!", 50, 0, {Zone({gen(41, 0)})}});
+  bank.presets.push_back({"Twenty characters!!!", 50, 1, {Zone({gen(41, 0)})}});
   writeFile(dir.file("two.SF2"), bank.bytes());
   const RunResult run = runSorvane({dir.file("two.SF2"), dir.file("out"), dir.file("results.txt")});
   EXPECT_EQ(run.err, "");
-  EXPECT_EQ(listDir(dir.file("out")), (std::vector<std::string>{"000", "128", "sf2_smpl.wav"}));
+  EXPECT_EQ(listDir(dir.file("out")), (std::vector<std::string>{"000", "001", "128", "sf2_smpl.wav"}));
   EXPECT_EQ(listDir(dir.file("out/000")),
-            (std::vector<std::string>{"000_P.sfz", "048_Strings__Slow.sfz", "049_Caf\xE9\xE9.sfz",
-                                      "050_Twenty_characters!!!.sfz"}));
+            (std::vector<std::string>{"000_P.sfz", "048_Strings__Slow.sfz", "049_Caf\xE9\xE9.sfz"}));
+  EXPECT_EQ(listDir(dir.file("out/001")), std::vector<std::string>{"050_Twenty_characters!!!.sfz"});
   EXPECT_EQ(listDir(dir.file("out/128")), std::vector<std::string>{"000_Drums.sfz"});
   EXPECT_EQ(readFile(dir.file("results.txt")), dir.file("out") + "/000/000_P.sfz");
   EXPECT_TRUE(contains(readFile(dir.file("out/128/000_Drums.sfz")),
                        "<control>\n hint_load_method=1\n default_path=../\n set_cc1=0"));
 
-  // One bank: no folders, no default path; presets sharing a file name
-  // overwrite each other.
+  // One bank, even a drums bank beside the terminal record's bank 0: no
+  // folders, no default path; presets sharing a file name overwrite each other.
   TempDir single;
   bank = regionBank({});
-  bank.presets[0].program = 7;
-  bank.presets.push_back({"P", 7, 0, {Zone({gen(17, 55), gen(41, 0)})}});
+  bank.presets[0] = {"P", 7, 128, {Zone({gen(41, 0)})}};
+  bank.presets.push_back({"P", 7, 128, {Zone({gen(17, 55), gen(41, 0)})}});
   EXPECT_EQ(convert(single, bank.bytes()).result, single.file("out") + "/007_P.sfz");
   EXPECT_EQ(listDir(single.file("out")), (std::vector<std::string>{"007_P.sfz", "sf2_smpl.wav"}));
   const std::string text = readFile(single.file("out/007_P.sfz"));
@@ -258,17 +259,28 @@ TEST(SF2Presets, ZoneDefaultsSectionsAndTheZoneWalk) {
 }
 
 TEST(SF2Presets, WorkIsBoundedPerPresetAndPerBank) {
-  TempDir nine, ten, wide;
-  EXPECT_EQ(convert(nine, workBank(9, 16).bytes()).console, kExtracted);
-  EXPECT_FALSE(contains(readFile(nine.file("out/008_P8.sfz")), "too large"));
-  EXPECT_EQ(convert(ten, workBank(10, 16).bytes()).console,
-            std::string(kExtracted) + "Bank too large to convert: the remaining presets are skipped\n");
-  EXPECT_TRUE(contains(readFile(ten.file("out/009_P9.sfz")),
-                       "/* ERROR! preset too large: its remaining zones are skipped */\n"));
-  convert(wide, workBank(2, 17).bytes());
-  const std::string cut = readFile(wide.file("out/001_P1.sfz"));
-  EXPECT_TRUE(contains(cut, "ERROR! preset too large"));
-  EXPECT_EQ(cut.find("too large"), cut.rfind("too large"));  // said once, and the rest skipped
+  // A bank may walk 2^20 records plus 16 per record of its tables: 11
+  // presets of 16 zones over 6,582 modulators walk exactly that many.
+  for (int modulators : {6582, 6583}) {
+    TempDir dir;
+    const bool over = modulators > 6582;
+    EXPECT_EQ(convert(dir, workBank(11, 16, modulators).bytes()).console,
+              std::string(kExtracted) + (over ? "Bank too large to convert: the remaining presets are skipped\n" : ""));
+    EXPECT_EQ(contains(readFile(dir.file("out/010_P10.sfz")),
+                       "/* ERROR! preset too large: its remaining zones are skipped */\n"), over);
+  }
+  // A preset costs 64, and each zone 4 records (its bag and generator, the
+  // instrument's) plus the modulators: 16 zones of 8,184 reach the limit, 2^17.
+  // Each preset starts afresh.
+  for (int modulators : {8184, 8185}) {
+    TempDir edge;
+    convert(edge, workBank(2, 16, modulators).bytes());
+    for (const char* name : {"out/000_P0.sfz", "out/001_P1.sfz"}) {
+      const std::string text = readFile(edge.file(name));
+      EXPECT_EQ(contains(text, "ERROR! preset too large"), modulators > 8184) << name;
+      EXPECT_EQ(text.find("too large"), text.rfind("too large"));  // said once, and the rest skipped
+    }
+  }
   // Ranges past the end of their table cost only what the table holds.
   Bank far = regionBank({});
   far.presets[0].zones.resize(3, Zone({gen(41, 0)}));
@@ -283,13 +295,18 @@ TEST(SF2Presets, FilesThatCannotBeWrittenAreReported) {
   EXPECT_EQ(run.result, "");
   EXPECT_TRUE(contains(run.console, "Extracting smpl to wav file...\nNot able to open output file ")) << run.console;
 
-  // A preset whose file cannot be created does not stop the next one.
+  // A preset whose file cannot be created, while the pool is copied or
+  // after, does not stop the next one.
   TempDir blocked;
   Bank bank = regionBank({});
-  bank.presets.push_back({"Next", 1, 0, {Zone({gen(41, 0)})}});
+  // Next is slow to translate: the pool is whole before Last starts.
+  bank.presets.push_back({"Next", 1, 0, std::vector<Zone>(1000, Zone({gen(41, 0)}))});
+  bank.presets.push_back({"Last", 2, 0, {Zone({gen(41, 0)})}});
   tolvin::PCreateDir(blocked.file("out"));
   tolvin::PCreateDir(blocked.file("out/000_P.sfz"));
-  convert(blocked, bank.bytes());
+  tolvin::PCreateDir(blocked.file("out/002_Last.sfz"));
+  EXPECT_EQ(convert(blocked, bank.bytes()).console,
+            std::string(kExtracted) + "error creating output file!\nerror creating output file!\n");
   EXPECT_TRUE(exists(blocked.file("out/001_Next.sfz")));
 
   // A preset text too long for the disk, written in one go: the write fails

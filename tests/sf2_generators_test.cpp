@@ -97,8 +97,10 @@ TEST(SF2Generators, InstrumentLevel) {
         " eg06_time1=0.5\n eg06_level1=1\n eg06_shape1=0\n eg06_time2=0.001\n eg06_level2=1\n eg06_shape2=0\n"
         " eg06_time3=2\n eg06_level3=1\n eg06_shape3=0\n eg06_time4=1\n eg06_level4=0.02\n eg06_shape4=0\n"
         " eg06_time5=4\n eg06_level5=0\n eg06_shape5=0\n\n|"}},
-      // The amplitude envelope has no target: only its warning is written.
-      {{gen(40, 1200), gen(40, 0)}, {"/* NOP igen(keynumToVolEnvDecay) = 0[0;0] */\n", "//EG WITHOUT TARGET\n"}},
+      // The amplitude envelope has no target: only its warning is written,
+      // beside a filter of its own.
+      {{gen(40, 1200), gen(40, 0), gen(8, 13500)},
+       {"/* NOP igen(keynumToVolEnvDecay) = 0[0;0] */\n", "//EG WITHOUT TARGET\n", " cutoff=19912.6\n"}},
   };
   for (const auto& c : cases) {
     const std::string region = regionOf(c.gens);

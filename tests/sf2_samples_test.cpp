@@ -40,6 +40,12 @@ TEST(SF2Samples, RateOverrideTuning) {
                              "/* Sample Rate override main:44100 curr:48000 */\n pitch_keycenter=61 tune=146\n"));
   // Without a rate there is no ratio to tune by.
   EXPECT_TRUE(contains(text, "curr:0 */\n pitch_keycenter=62 tune=0\n offset=0 end=10\n loop_start=0 loop_end=4\n"));
+  // Only the last real sample is never a candidate for the main rate, here 1 Hz.
+  Bank slow = regionBank({});
+  slow.instruments[0].zones[0].gens = {gen(53, 1)};
+  slow.samples[0].rate = 1;
+  slow.samples.push_back({"Fast", 0, 10, 0, 5, 22050, 60, 0, 0, 1});
+  EXPECT_TRUE(contains(presetText(slow), "main:1 curr:22050 */\n pitch_keycenter=60 tune=17314\n"));
 }
 
 TEST(SF2Samples, LinkedSamplesStopTheConversionSilently) {
