@@ -65,9 +65,6 @@ TEST(StringHelpers, BankTextsNeverBreakALineAndTheBrokenClockGivesNoDate) {
   // Control bytes read from a bank become blanks; everything else stays.
   const std::string raw = std::string("a\nb\rc\x01" "d\x7f\xc3\xa9\tz\0tail", 15);
   EXPECT_EQ(ByteReader(raw.data(), raw.size()).text(0, 15), "a b c d \xc3\xa9 z");
-  std::string name = "x\ny";
-  replaceControlBytes(name, '_');
-  EXPECT_EQ(name, "x_y");
   // INFO texts are cut at 256 bytes, comments at 65,536.
   const std::string big(70000, 'c');
   EXPECT_EQ(ByteReader(big.data(), big.size()).infoText("INAM").size(), 256u);

@@ -29,6 +29,13 @@ TEST(ArenaOpcodes, TextsAcrossBlocksAndOneLargerThanABlockStayWholeBesideOwnedOp
   tree.addOpCode(tree.makeOpCode(""));
   tree.addOpCode(tree.makeOpCode("last\n"));
   EXPECT_TRUE(tree.toString() == expected + huge + "\nlast\n");
+
+  // Small texts share a block rather than taking one each.
+  SFZTree pair;
+  SFZOpCode *a = pair.makeOpCode("a"), *b = pair.makeOpCode("b");
+  pair.addOpCode(a);
+  pair.addOpCode(b);
+  EXPECT_TRUE(b > a && reinterpret_cast<char*>(b) - reinterpret_cast<char*>(a) < 256);
 }
 
 TEST(ShortTextLines, IntegersOfEveryWidthAndTextCutAtTheCapacity) {
