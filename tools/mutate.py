@@ -327,6 +327,7 @@ def main():
     for n, site in sorted(survived):
         print(f"  survivor #{n} {describe(site)}")
     if kill_map:
+        kill_map.close()
         report_kill_map(killers)
     return 0
 
