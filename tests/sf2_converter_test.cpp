@@ -270,8 +270,8 @@ TEST(SF2Presets, WorkIsBoundedPerPresetAndPerBank) {
                        "/* ERROR! preset too large: its remaining zones are skipped */\n"), over);
   }
   // A preset costs 64, and each zone 4 records (its bag and generator, the
-  // instrument's) plus the modulators: 16 zones of 8,184 reach the limit, 2^17.
-  // Each preset starts afresh.
+  // instrument's) plus the modulators: 16 zones of 8,184 reach the limit, 2^17,
+  // and the next preset starts afresh.
   for (int modulators : {8184, 8185}) {
     TempDir edge;
     convert(edge, workBank(2, 16, modulators).bytes());

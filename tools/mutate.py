@@ -279,7 +279,8 @@ def main():
         chosen = [(n, s) for n, s in enumerate(sites, 1) if (s[0], str(s[1])) in wanted]
     if args.only:
         chosen = [(n, s) for n, s in chosen if n in args.only]
-    print(f"{len(sites)} places for a fault; sample {len(sample)} with seed {args.seed}")
+    drawn = f"{len(chosen)} at the named lines" if args.at else f"sample {len(sample)} with seed {args.seed}"
+    print(f"{len(sites)} places for a fault; {drawn}")
     if args.list:
         for n, site in chosen:
             print(f"#{n} {describe(site)}")

@@ -8,7 +8,6 @@
 #include <fstream>
 #include <iostream>
 #include <string>
-#include <vector>
 
 #include "tests/support/HostileInputs.h"
 #include "tests/support/Sf2Builder.h"
