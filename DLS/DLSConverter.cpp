@@ -75,11 +75,11 @@ _CONNECTION _CONNECTION::read(const tolvin::ByteReader& body, uint64_t offset) {
 }
 
 DLSConverter::DLSConverter(const std::string& inputPath, const std::string& outputPath)
-    : inputPath_(inputPath), inputFileSize_(tolvin::fileSize(inputPath)), outputPath_(outputPath) {
+    : inputPath_(inputPath), inputFileSize_(tolvin::fileSize(inputPath)), outputPath_(outputPath), output_(outputPath) {
   inputFileName = replaceDotsAndBlanks(tolvin::getFileFromPath(inputPath));
   outputFolder_ = outputPath + "/" + inputFileName;
-  tolvin::PCreateDir(outputFolder_);
-  tolvin::PCreateDir(outputFolder_ + "/samples");
+  output_.createDir(outputFolder_);
+  output_.createDir(outputFolder_ + "/samples");
 }
 
 DLSConverter::~DLSConverter() = default;
@@ -200,14 +200,16 @@ void DLSConverter::writeInstrument(const IFFTreeNode* instrument) {
   getChildString(name, "INAM", info);
 
   const std::string bankFolder = "Bank_" + tolvin::hexText(bank, 8, '0');
-  const std::string fileName =
-      addPreset(bank, program, tolvin::TLVSConv(bankFolder, tolvin::UTF8).c_str(),
-                tolvin::TLVSConv(name, tolvin::UTF8).c_str());
-  if (bankFolders_.insert(bankFolder).second) tolvin::PCreateDir(outputFolder_ + "/" + bankFolder);
+  const std::string fileName = tolvin::fitFileName(
+      addPreset(bank, program, tolvin::TLVSConv(bankFolder, tolvin::UTF8).c_str(), tolvin::TLVSConv(name, tolvin::UTF8).c_str()),
+      output_.nameLimit());
+  // Every instrument asks for its folder: each call makes one missing level
+  // at most, so an output path missing several levels fills in as it goes.
+  output_.createDir(outputFolder_ + "/" + bankFolder);
   const std::string path = outputFolder_ + "/" + bankFolder + "/" + fileName;
   if (result_.empty()) result_ = path;
 
-  instrumentFile_ = std::make_unique<tolvin::OutputFile>(path, outputPath_, &checkedFolders_);
+  instrumentFile_ = std::make_unique<tolvin::OutputFile>(path, output_);
   if (!instrumentFile_->isOpen()) {
     if (!instrumentFile_->refusedLink()) std::cout << "error creating output file!\n";
     instrumentFile_.reset();

@@ -5,13 +5,13 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "Converters/Common/ConverterBase.h"
 #include "source/IFFTree.h"
 #include "source/OutputFile.h"
+#include "source/OutputTree.h"
 #include "source/TextSink.h"
 
 class ChunkBlock;
@@ -109,8 +109,7 @@ class DLSConverter : public ConverterBase {
   uint64_t cuesFound_ = 0;
   std::string outputPath_;    // the folder the user chose
   std::string outputFolder_;  // the collection's own folder in it
-  std::set<std::string> bankFolders_;  // made already, each once
-  tolvin::CheckedFolders checkedFolders_;  // found not to be links, each once
+  tolvin::OutputTree output_;  // every file and folder the conversion writes
   std::string collectionInfo_;
   bool consoleHex_ = false;
   const ChunkBlock* block_ = nullptr;  // the instrument or wave being written, read whole

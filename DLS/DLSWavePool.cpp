@@ -134,6 +134,9 @@ void DLSConverter::writeWave(const IFFTreeNode* wave, std::string& name) {
     name = tolvin::TLVSConv(name, tolvin::UTF8);
     tolvin::cleanPathName(name);
     name = tolvin::TLVSConv(name, tolvin::UTF8);
+    // Cut where the file system takes no longer names; the regions that
+    // play the wave name it the same way.
+    name.resize(tolvin::fitFileName(name + ".wav", output_.nameLimit()).size() - 4);
     getChildString(copyright, "ICOP", info);
   }
   // A wave file is named after its wave alone: waves that share a name (and
@@ -162,7 +165,7 @@ void DLSConverter::writeWave(const IFFTreeNode* wave, std::string& name) {
     return;
   }
 
-  tolvin::OutputFile file(path, outputPath_, &checkedFolders_);
+  tolvin::OutputFile file(path, output_);
   if (!file.isOpen()) {
     if (!file.refusedLink()) std::cout << "Not able to open output file " << path << "\n";
     return;

@@ -1,5 +1,9 @@
 #include "RIFF/Sorvane.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -75,6 +79,19 @@ const FormatRow* findFormat(const std::string& extension) {
   return nullptr;
 }
 
+// An existing results file in a folder that takes no new file (its owner
+// lets the user write the file, not the folder) is written where it is;
+// false when it cannot be opened as a plain file.
+bool writeInPlace(const std::string& path, const char* text, size_t length, bool& written) {
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor < 0) return false;
+  struct stat info;
+  const bool plain = ::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
+  written = plain && ::ftruncate(descriptor, 0) == 0 && tolvin::writeFully(descriptor, text, length);
+  written = ::close(descriptor) == 0 && written;
+  return plain;
+}
+
 // The results file names the first SFZ file, so it is written only when that
 // file is really there: one left out after a write failure is not named.
 void writeResultsFile(const std::string& path, const std::string& result) {
@@ -83,10 +100,21 @@ void writeResultsFile(const std::string& path, const std::string& result) {
     std::cout << "results file not written, its SFZ file is missing:" << result << std::endl;
     return;
   }
+  // A device, a pipe or a link named as the results file is left as it is.
+  struct stat info;
+  if (::lstat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
+    std::cout << "results file not written, not a regular file:" << path << std::endl;
+    return;
+  }
+  const char* text = result.c_str();
+  const size_t length = std::strlen(text);
+  bool written = false;
   tolvin::OutputFile file(path, tolvin::getPathFromFile(path));
-  if (!file.isOpen()) return;  // a results file that cannot be opened is passed over quietly
-  if (!file.write(result.c_str(), std::strlen(result.c_str())) || !file.commit())
-    std::cout << "error writing results file:" << path << std::endl;
+  if (file.isOpen())
+    written = file.write(text, length) && file.commit();
+  else if (!writeInPlace(path, text, length, written))
+    return;  // a results file that cannot be opened is passed over quietly
+  if (!written) std::cout << "error writing results file:" << path << std::endl;
 }
 
 // The output path and every file name below it must fit the system's limit.

@@ -3,9 +3,6 @@
 // instruments. Generators, modulators and samples have their own files.
 #include "SF2/SF2Converter.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <iostream>
 
@@ -40,6 +37,9 @@ const uint64_t kWorkPerPresetFile = 64;  // its header and curve text
 // the input, writing ahead can never reach the budget where writing in turn
 // would not have.
 const uint64_t kAheadTextLimit = 32u << 20;
+// Each preset waiting holds its bank folder open: a bank of many banks
+// writes the rest in turn rather than run out of descriptors.
+const size_t kAheadFolderLimit = 64;
 
 // Sends console lines to `text` for as long as it lives.
 class ConsoleHold {
@@ -58,9 +58,9 @@ class ConsoleHold {
 // ---------------------------------------------------------------- life cycle
 
 SF2Converter::SF2Converter(const std::string& input, const std::string& output)
-    : inputPath_(input), outputPath_(output) {
+    : inputPath_(input), outputPath_(output), output_(output) {
   inputFileName = tolvin::getFileFromPath(input);
-  tolvin::PCreateDir(outputPath_);
+  output_.createDir(outputPath_);
   for (int i = 0; i < kHandlerCount; ++i) {
     presetHandlers_[i] = &SF2Converter::todo_gen;
     instrumentHandlers_[i] = &SF2Converter::todo_gen;
@@ -235,12 +235,12 @@ bool SF2Converter::process_hydra() {
 
   // The first presets are converted while the pool is copied; their files
   // and console lines are put in place once the pool is known to be whole.
-  const std::vector<std::string> madeFolders = makeBankFolders();
+  makeBankFolders();
   std::vector<HeldPreset> held;
   convertAhead(*pool, held);
   if (!finishPoolCopy(*pool)) {
     held.clear();  // their temporary files go first, then the folders
-    for (auto folder = madeFolders.rbegin(); folder != madeFolders.rend(); ++folder) ::rmdir(folder->c_str());
+    output_.removeEmptyFoldersMade();
     return false;
   }
   for (uint64_t i = writeHeld(held); i + 1 < phdr_.count && !bankStopped_; ++i) process_phdr(i);
@@ -248,19 +248,13 @@ bool SF2Converter::process_hydra() {
   return true;
 }
 
-std::vector<std::string> SF2Converter::makeBankFolders() {
-  std::vector<std::string> made;
+void SF2Converter::makeBankFolders() {
   if (bankSet_.size() == 1) {
-    tolvin::PCreateDir(outputPath_);  // where the pool already is
-    return made;
+    output_.createDir(outputPath_);  // where the pool already is
+    return;
   }
-  for (uint64_t bank : bankSet_) {
-    const std::string folder = tolvin::TLVSConv(outputPath_ + "/" + createThreeDigits(bank), tolvin::UTF8);
-    struct stat info;
-    const bool existed = ::lstat(folder.c_str(), &info) == 0;
-    if (tolvin::PCreateDir(folder) == 0 && !existed) made.push_back(folder);
-  }
-  return made;
+  for (uint64_t bank : bankSet_)
+    output_.createDir(tolvin::TLVSConv(outputPath_ + "/" + createThreeDigits(bank), tolvin::UTF8));
 }
 
 void SF2Converter::convertAhead(const PoolCopy& pool, std::vector<HeldPreset>& held) {
@@ -268,14 +262,14 @@ void SF2Converter::convertAhead(const PoolCopy& pool, std::vector<HeldPreset>& h
   // well as the direct one.
   uint64_t aheadBytes = 0;
   for (uint64_t i = 0; i + 1 < phdr_.count && !bankStopped_ && aheadBytes <= kAheadTextLimit &&
-                       (i == 0 || !pool.finished());
+                       tolvin::OpenFolder::openCount() < kAheadFolderLimit && (i == 0 || !pool.finished());
        ++i) {
     held.emplace_back();
     HeldPreset& preset = held.back();
     const ConsoleHold hold(heldConsole_, preset.console);
     const std::string path = beginPreset(i);
     if (path.empty()) continue;
-    preset.file = std::make_unique<tolvin::OutputFile>(path, outputPath_, nullptr, &preset.console);
+    preset.file = std::make_unique<tolvin::OutputFile>(path, output_, &preset.console);
     if (!presetFileOpened(*preset.file)) {
       preset.file.reset();
       continue;
@@ -332,7 +326,7 @@ bool SF2Converter::spendWork(uint64_t records) {
 void SF2Converter::process_phdr(unsigned long preset) {
   const std::string path = beginPreset(preset);
   if (path.empty()) return;
-  tolvin::OutputFile file(path, outputPath_);
+  tolvin::OutputFile file(path, output_);
   if (!presetFileOpened(file)) return;
   // One buffer serves every preset, so that its growth is paid once.
   translatePreset(preset, presetText_);

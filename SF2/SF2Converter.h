@@ -16,6 +16,7 @@
 #include "Converters/Common/ConverterBase.h"
 #include "source/IFFTree.h"
 #include "source/OutputFile.h"
+#include "source/OutputTree.h"
 #include "source/ShortText.h"
 
 namespace sfz {
@@ -117,9 +118,9 @@ class SF2Converter : public ConverterBase {
   // Puts the presets converted ahead into place; returns the next preset to
   // convert.
   uint64_t writeHeld(std::vector<HeldPreset>& held);
-  // The bank folders, made before the presets are converted; returns those
-  // this run made, to be removed again when the pool fails.
-  std::vector<std::string> makeBankFolders();
+  // The bank folders, made before the presets are converted (the output
+  // tree removes those this run made again when the pool fails).
+  void makeBankFolders();
   // A preset's state reset and its file's path; "" when the work limit stops
   // it first.
   std::string beginPreset(unsigned long preset);
@@ -185,6 +186,7 @@ class SF2Converter : public ConverterBase {
 
   std::string inputPath_;
   std::string outputPath_;
+  tolvin::OutputTree output_;  // every file and folder the conversion writes
   std::ostringstream header_;
   std::ostringstream curves_;
   std::string concaveCurveText_;  // the default curve's points, formatted once

@@ -5,10 +5,12 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <system_error>
 #include <thread>
 
+#include "source/Cancellation.h"
 #include "source/OutputFile.h"
 #include "source/wave_writer.h"
 
@@ -20,7 +22,7 @@ namespace sf2 {
 // copy found and finishes or abandons the wave.
 class PoolCopy {
  public:
-  PoolCopy(const std::string& path, const std::string& folder) : file_(path, folder) {}
+  PoolCopy(const std::string& path, tolvin::OutputTree& tree) : file_(path, tree) {}
   ~PoolCopy() { wait(); }
   PoolCopy(const PoolCopy&) = delete;
   PoolCopy& operator=(const PoolCopy&) = delete;
@@ -28,18 +30,26 @@ class PoolCopy {
   tolvin::OutputFile& file() { return file_; }
   WaveFileWriter& writer() { return *writer_; }
 
-  // Writes the wave's head, then copies `size` bytes of `source` from
-  // `offset` on. The pool is copied a piece at a time with positioned reads,
-  // so the tree's own reading position is left untouched.
-  void start(uint32_t sampleRate, int source, uint64_t offset, uint64_t size) {
+  // Writes the wave's head, then copies the `size` bytes the bank claims
+  // from `offset` on in `source`, or the `available` bytes the input really
+  // holds when those are fewer (the pool is then cut short). The pool is
+  // copied a piece at a time with positioned reads, so the tree's own
+  // reading position is left untouched.
+  void start(uint32_t sampleRate, int source, uint64_t offset, uint64_t size, uint64_t available) {
     writer_ = std::make_unique<WaveFileWriter>(file_.stream());
     writer_->prepareData(sampleRate, 1, 16, true);
     size_ = size;
-    auto copy = [this, source, offset] {
-      copied_ = writer_->copyData(source, offset, size_);
+    auto copy = [this, source, offset, count = size < available ? size : available] {
+      try {
+        copied_ = writer_->copyData(source, offset, count);
+      } catch (const std::bad_alloc&) {
+        outOfMemory_ = true;  // told on the converter's thread
+      }
       finished_.store(true, std::memory_order_release);
     };
     try {
+      // A cancelling signal is left to the thread that creates files.
+      const tolvin::CancellationBlock signalsStayWithTheConverter;
       thread_ = std::thread(copy);
     } catch (const std::system_error&) {
       copy();  // no thread to be had: the copy is made right here
@@ -51,12 +61,14 @@ class PoolCopy {
   }
   // Only once waited for.
   bool cutShort() const { return copied_ < size_; }
+  bool outOfMemory() const { return outOfMemory_; }
 
  private:
   tolvin::OutputFile file_;
   std::unique_ptr<WaveFileWriter> writer_;
   uint64_t size_ = 0;
   uint64_t copied_ = 0;
+  bool outOfMemory_ = false;
   std::atomic<bool> finished_{false};
   std::thread thread_;
 };

@@ -2,6 +2,7 @@
 // sample header lines of every region.
 #include <cmath>
 #include <cstdio>
+#include <new>
 #include <string>
 
 #include "SF2/SF2Converter.h"
@@ -35,37 +36,38 @@ bool SF2Converter::checkSampleRates() {
 std::unique_ptr<PoolCopy> SF2Converter::startPoolCopy() {
   say("Extracting smpl to wav file...");
   const std::string path = outputPath_ + "/sf2_smpl.wav";
-  auto pool = std::make_unique<PoolCopy>(path, outputPath_);
+  auto pool = std::make_unique<PoolCopy>(path, output_);
   if (!pool->file().isOpen()) {
     if (!pool->file().refusedLink())
       say("Not able to open output file " + tolvin::TLVSConv(path, tolvin::UTF8));
     return nullptr;
   }
-  pool->start(mainSampleRate_, tree_->streamDescriptor(), tree_->chunkOffset(smplNode_, false),
-              smplNode_->size);
+  const uint64_t offset = tree_->chunkOffset(smplNode_, false);
+  const uint64_t available = offset < tree_->fileSize ? tree_->fileSize - offset : 0;
+  pool->start(mainSampleRate_, tree_->streamDescriptor(), offset, smplNode_->size, available);
   return pool;
 }
 
 bool SF2Converter::finishPoolCopy(PoolCopy& pool) {
   pool.wait();
+  if (pool.outOfMemory()) throw std::bad_alloc();
   WaveFileWriter& writer = pool.writer();
-  bool ok = true;
   if (pool.cutShort() && !writer.writeFailed()) {
     say("major read error exporting audio!");
-    ok = false;
+    // A pool cut short is neither dressed up as a whole wave nor put in
+    // place of one an earlier run wrote.
+    writer.abandon();
+    pool.file().discard();
+    return false;
   }
-  if (ok)
-    writer.finalize();
-  else
-    writer.abandon();  // a pool cut short is not dressed up as a whole wave
-  // A pool cut short stays as the extraction left it, unfinalized.
-  if (ok && writer.writeFailed()) pool.file().markFailed();
+  writer.finalize();
+  if (writer.writeFailed()) pool.file().markFailed();
   if (!pool.file().commit()) {
     reportUnwritten(pool.file().path());
     return false;
   }
-  if (ok) say("Extracting smpl to wav file... DONE!");
-  return ok;
+  say("Extracting smpl to wav file... DONE!");
+  return true;
 }
 
 void SF2Converter::process_shdr(unsigned long sampleIndex) {

@@ -1,7 +1,6 @@
 #include "source/OutputFile.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -9,6 +8,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <iostream>
+
+#include "source/Cancellation.h"
+#include "source/OutputTree.h"
 
 namespace tolvin {
 
@@ -26,29 +28,6 @@ const size_t kStreamBufferSize = 64 << 10;
 const std::string& processIdText() {
   static const std::string text = std::to_string(::getpid());
   return text;
-}
-
-bool isFolder(const std::string& path) {
-  struct stat info;
-  return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
-// What stands where an output file is to go.
-enum class Place {
-  kFree,          // nothing yet, or a file to replace
-  kLinkOnTheWay,  // the file or a folder above it is a link
-  kFolder,        // a folder: the file could never be renamed into place
-};
-
-// Where the components to examine start: just below the trusted folder, or
-// at the last component when the path is not below it.
-size_t firstUntrustedComponent(const std::string& path, const std::string& trustedFolder) {
-  const size_t length = trustedFolder.size();
-  const bool below = length > 0 && path.size() > length && path.compare(0, length, trustedFolder) == 0 &&
-                     (path[length] == '/' || trustedFolder.back() == '/');
-  if (below) return length;
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? 0 : slash + 1;
 }
 
 }  // namespace
@@ -85,61 +64,21 @@ bool OutputBudget::charge(uint64_t count) {
 bool OutputBudget::exceeded() { return gExceeded; }
 uint64_t OutputBudget::limit() { return gLimit; }
 
-namespace {
-
-// Looks at each component below the trusted folder without following links;
-// folders in `checked` are skipped, and folders found real are added to it.
-// The last component is always looked at.
-Place examinePlace(const std::string& path, const std::string& trustedFolder, CheckedFolders* checked) {
-  // One copy of the path, cut in place with a NUL at each component's end.
-  std::string prefix = path;
-  const size_t from = firstUntrustedComponent(path, trustedFolder);
-  bool lastExamined = false;
-  struct stat info;
-  for (size_t end = from; end <= prefix.size(); ++end) {
-    if (end < prefix.size() && prefix[end] != '/') continue;
-    if (end == from || prefix[end - 1] == '/') continue;  // no component ends here
-    const bool last = end == prefix.size();
-    if (!last && checked && checked->contains(prefix.substr(0, end))) continue;
-    const char saved = last ? '\0' : prefix[end];
-    prefix[end] = '\0';
-    const bool found = ::lstat(prefix.c_str(), &info) == 0;
-    prefix[end] = saved;
-    if (found && S_ISLNK(info.st_mode)) return Place::kLinkOnTheWay;
-    if (last) lastExamined = true;
-    if (last && found && S_ISDIR(info.st_mode)) return Place::kFolder;
-    if (!last && found && S_ISDIR(info.st_mode) && checked) checked->add(prefix.substr(0, end));
-  }
-  // A path ending in a slash names a folder whatever follows.
-  if (!lastExamined && isFolder(path)) return Place::kFolder;
-  return Place::kFree;
-}
-
-}  // namespace
-
-bool linkOnTheWay(const std::string& path, const std::string& trustedFolder) {
-  return examinePlace(path, trustedFolder, nullptr) == Place::kLinkOnTheWay;
-}
-
 bool writeFully(int descriptor, const void* first, size_t firstCount, const void* second, size_t secondCount) {
-  if (firstCount + secondCount == 0) return true;
   iovec pieces[2] = {{const_cast<void*>(first), firstCount}, {const_cast<void*>(second), secondCount}};
-  iovec* next = pieces;
-  int left = secondCount > 0 ? 2 : 1;
-  while (left > 0) {
-    const ssize_t n = ::writev(descriptor, next, left);
+  int next = firstCount > 0 ? 0 : 1;
+  const int end = secondCount > 0 ? 2 : 1;
+  if (firstCount == 0 && secondCount == 0) return true;
+  while (next < end) {
+    const ssize_t n = ::writev(descriptor, pieces + next, end - next);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return false;
     // Step past what went through; a piece written in part is resumed.
     size_t done = static_cast<size_t>(n);
-    while (left > 0 && done >= next->iov_len) {
-      done -= next->iov_len;
-      ++next;
-      --left;
-    }
-    if (left > 0) {
-      next->iov_base = static_cast<char*>(next->iov_base) + done;
-      next->iov_len -= done;
+    for (; next < end && done >= pieces[next].iov_len; ++next) done -= pieces[next].iov_len;
+    if (next < end) {
+      pieces[next].iov_base = static_cast<char*>(pieces[next].iov_base) + done;
+      pieces[next].iov_len -= done;
     }
   }
   return true;
@@ -172,19 +111,75 @@ class OutputFile::TextBuffer : public std::streambuf {
   char buffer_[16384];
 };
 
-OutputFile::OutputFile(const std::string& path, const std::string& trustedFolder, CheckedFolders* checked,
-                       std::string* heldConsole)
-    : path_(path) {
+namespace {
+
+// The file's temporary name while it is written, or while it waits.
+std::string temporaryName() {
+  return ".sorvane-" + processIdText() + "-" + std::to_string(gTemporaryCounter.fetch_add(1)) + ".tmp";
+}
+
+// Gives the open unnamed file `descriptor` the name `name` in `folder`:
+// straight from the descriptor where the system lets a process do so, else
+// through the process's own descriptor folder.
+bool linkUnnamed(int descriptor, int folder, const char* name) {
+#ifdef O_TMPFILE
+  static std::atomic<bool> throughProc{false};
+  if (!throughProc) {
+    if (::linkat(descriptor, "", folder, name, AT_EMPTY_PATH) == 0) return true;
+    if (errno == EEXIST) return false;
+    throughProc = true;
+  }
+  char procPath[48];
+  std::snprintf(procPath, sizeof procPath, "/proc/self/fd/%d", descriptor);
+  return ::linkat(AT_FDCWD, procPath, folder, name, AT_SYMLINK_FOLLOW) == 0;
+#else
+  (void)descriptor, (void)folder, (void)name;
+  errno = ENOTSUP;
+  return false;
+#endif
+}
+
+// Whether unnamed files can be given a name at all here (without /proc, an
+// unprivileged process may be refused): tried once, on an empty file of its
+// own, since a file that had a name and lost it can never get one again.
+bool unnamedFilesCanBeLinked(int folder) {
+  static std::atomic<int> known{0};  // 1 yes, -1 no
+#ifdef O_TMPFILE
+  if (known == 0) {
+    const int probe = ::openat(folder, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+    const std::string name = temporaryName();
+    const int ticket = Leftovers::remember(folder, name.c_str(), false);
+    const bool linked = probe >= 0 && linkUnnamed(probe, folder, name.c_str());
+    if (linked) ::unlinkat(folder, name.c_str(), 0);
+    Leftovers::forget(ticket);
+    if (probe >= 0) ::close(probe);
+    known = linked ? 1 : -1;
+  }
+#else
+  (void)folder;
+#endif
+  return known > 0;
+}
+
+}  // namespace
+
+OutputFile::OutputFile(const std::string& path, OutputTree& tree, std::string* heldConsole) : path_(path) {
   if (OutputBudget::exceeded()) throw OutputLimitReached(OutputBudget::limit());
-  open(trustedFolder, checked, heldConsole);
+  open(tree, heldConsole);
+}
+
+OutputFile::OutputFile(const std::string& path, const std::string& trustedFolder)
+    : ownTree_(std::make_unique<OutputTree>(trustedFolder)), path_(path) {
+  if (OutputBudget::exceeded()) throw OutputLimitReached(OutputBudget::limit());
+  open(*ownTree_, nullptr);
 }
 
 OutputFile::~OutputFile() { discard(); }
 
-void OutputFile::open(const std::string& trustedFolder, CheckedFolders* checked, std::string* heldConsole) {
+void OutputFile::open(OutputTree& tree, std::string* heldConsole) {
   if (path_.empty()) return;
-  const Place place = examinePlace(path_, trustedFolder, checked);
-  if (place == Place::kLinkOnTheWay) {
+  OutputTree::Place place = tree.locate(path_);
+  if (place.found == OutputTree::Found::kLink) {
     refusedLink_ = true;
     const std::string report = "output path holds a link, file not written:" + path_ + "\n";
     if (heldConsole)
@@ -193,16 +188,52 @@ void OutputFile::open(const std::string& trustedFolder, CheckedFolders* checked,
       std::cout << report << std::flush;
     return;
   }
-  if (place == Place::kFolder) return;
-  const size_t slash = path_.rfind('/');
-  const std::string folder = slash == std::string::npos ? std::string() : path_.substr(0, slash + 1);
-  for (int attempt = 0; attempt < kTemporaryNameTries; ++attempt) {
-    temporaryPath_ = folder + ".sorvane-" + processIdText() + "-" +
-                     std::to_string(gTemporaryCounter.fetch_add(1)) + ".tmp";
-    descriptor_ = ::open(temporaryPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (descriptor_ >= 0 || errno != EEXIST) break;
+  if (place.found != OutputTree::Found::kFolder) return;
+  // Disk space comes in blocks: an empty file still takes one.
+  if (!OutputBudget::charge(tree.blockSize())) throw OutputLimitReached(OutputBudget::limit());
+  folder_ = std::move(place.folder);
+  name_ = std::move(place.name);
+  if (!openUnnamed(tree)) openNamed();
+}
+
+bool OutputFile::openUnnamed(OutputTree& tree) {
+#ifdef O_TMPFILE
+  if (!tree.unnamedTemporaries()) return false;
+  descriptor_ = ::openat(folder_->descriptor(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+  if (descriptor_ < 0) {
+    // A file system (or an older system) without them.
+    if (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL) tree.stopUnnamedTemporaries();
+    return false;
   }
-  if (descriptor_ < 0) temporaryPath_.clear();
+  if (!unnamedFilesCanBeLinked(folder_->descriptor())) {
+    ::close(descriptor_);
+    descriptor_ = -1;
+    tree.stopUnnamedTemporaries();
+    return false;
+  }
+  unnamed_ = true;
+  return true;
+#else
+  (void)tree;
+  return false;
+#endif
+}
+
+bool OutputFile::openNamed() {
+  for (int attempt = 0; attempt < kTemporaryNameTries && descriptor_ < 0; ++attempt) {
+    temporaryName_ = temporaryName();
+    // Registered first: a signal arriving just after the file appears finds it.
+    leftoverTicket_ = Leftovers::remember(folder_->descriptor(), temporaryName_.c_str(), false);
+    descriptor_ = ::openat(folder_->descriptor(), temporaryName_.c_str(),
+                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (descriptor_ >= 0) return true;
+    const int error = errno;
+    Leftovers::forget(leftoverTicket_);
+    leftoverTicket_ = -1;
+    temporaryName_.clear();
+    if (error != EEXIST) break;
+  }
+  return false;
 }
 
 FILE* OutputFile::stream() {
@@ -233,50 +264,94 @@ std::streambuf* OutputFile::textBuffer() {
   return textBuffer_.get();
 }
 
+bool OutputFile::flushPending() {
+  if (textBuffer_ && textBuffer_->pubsync() != 0) failed_ = true;
+  if (stream_ && (std::fflush(stream_) != 0 || std::ferror(stream_))) failed_ = true;
+  return !failed_;
+}
+
 // Closes the stream, or the descriptor when no stream was made; false when
-// buffered bytes could not be written or the close failed.
+// the close failed.
 bool OutputFile::closeFile() {
   bool closed = true;
-  if (stream_) {
-    if (std::fflush(stream_) != 0 || std::ferror(stream_)) closed = false;
-    closed = std::fclose(stream_) == 0 && closed;
-  } else if (descriptor_ >= 0) {
+  if (stream_)
+    closed = std::fclose(stream_) == 0;
+  else if (descriptor_ >= 0)
     closed = ::close(descriptor_) == 0;
-  }
   stream_ = nullptr;
   descriptor_ = -1;
   return closed;
 }
 
+bool OutputFile::nameTemporary() {
+  for (int attempt = 0; attempt < kTemporaryNameTries; ++attempt) {
+    temporaryName_ = temporaryName();
+    leftoverTicket_ = Leftovers::remember(folder_->descriptor(), temporaryName_.c_str(), false);
+    if (linkUnnamed(descriptor_, folder_->descriptor(), temporaryName_.c_str())) return true;
+    const int error = errno;
+    Leftovers::forget(leftoverTicket_);
+    leftoverTicket_ = -1;
+    temporaryName_.clear();
+    if (error != EEXIST) break;
+  }
+  return false;
+}
+
+bool OutputFile::renameIntoPlace() {
+  if (temporaryName_.empty() ||
+      ::renameat(folder_->descriptor(), temporaryName_.c_str(), folder_->descriptor(), name_.c_str()) != 0)
+    return false;
+  Leftovers::forget(leftoverTicket_);
+  leftoverTicket_ = -1;
+  temporaryName_.clear();
+  return true;
+}
+
+void OutputFile::removeTemporary() {
+  if (temporaryName_.empty()) return;
+  ::unlinkat(folder_->descriptor(), temporaryName_.c_str(), 0);
+  Leftovers::forget(leftoverTicket_);
+  leftoverTicket_ = -1;
+  temporaryName_.clear();
+}
+
 bool OutputFile::finish() {
   if (!isOpen()) return false;
-  if (textBuffer_ && textBuffer_->pubsync() != 0) failed_ = true;
-  const bool closed = closeFile();
-  finished_ = closed && !failed_;
-  if (!finished_) {
-    ::unlink(temporaryPath_.c_str());
-    temporaryPath_.clear();
-  }
-  return finished_;
+  bool whole = flushPending();
+  if (whole && unnamed_) whole = nameTemporary();
+  whole = closeFile() && whole;
+  finished_ = whole;
+  if (!whole) removeTemporary();
+  return whole;
 }
 
 bool OutputFile::commit() {
-  if (isOpen())
-    finish();
-  else if (!finished_)
+  bool placed = false;
+  if (isOpen()) {
+    placed = flushPending();
+    if (unnamed_) {
+      // Straight under the final name when nothing stands there; else under
+      // a temporary name first, renamed over what stands there.
+      if (placed && !linkUnnamed(descriptor_, folder_->descriptor(), name_.c_str()))
+        placed = errno == EEXIST && nameTemporary() && renameIntoPlace();
+      closeFile();  // once named, the file is whole whatever the close says
+    } else {
+      placed = closeFile() && placed && renameIntoPlace();
+    }
+  } else if (finished_) {
+    placed = renameIntoPlace();
+  } else {
     return false;  // never opened, or committed already
+  }
   finished_ = false;
-  const bool renamed = !temporaryPath_.empty() && std::rename(temporaryPath_.c_str(), path_.c_str()) == 0;
-  if (!renamed && !temporaryPath_.empty()) ::unlink(temporaryPath_.c_str());
-  temporaryPath_.clear();
-  if (!renamed && OutputBudget::exceeded()) throw OutputLimitReached(OutputBudget::limit());
-  return renamed;
+  removeTemporary();
+  if (!placed && OutputBudget::exceeded()) throw OutputLimitReached(OutputBudget::limit());
+  return placed;
 }
 
 void OutputFile::discard() {
   closeFile();
-  if (!temporaryPath_.empty()) ::unlink(temporaryPath_.c_str());
-  temporaryPath_.clear();
+  removeTemporary();
   finished_ = false;
 }
 

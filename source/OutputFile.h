@@ -1,7 +1,7 @@
-// Every file the program writes goes through OutputFile: it is written under a
-// temporary name in its final folder and renamed into place only once whole,
-// so a reader, a second run or a killed run never sees half a file under a
-// final name. It is never written through a link planted where output goes.
+// Every file the program writes goes through OutputFile: it appears under its
+// final name only once whole, so a reader, a second run or a killed run never
+// sees half a file there, and a file that failed never replaces a good one.
+// It is never written through a link planted where output goes.
 //
 // All writes are also counted against one budget per run, a fixed multiple of
 // the input size plus a constant: a hostile bank can repeat its texts many
@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
-#include <set>
 #include <streambuf>
 #include <stdexcept>
 #include <string>
@@ -42,29 +41,24 @@ class OutputBudget {
   static uint64_t limit();
 };
 
-// The folders below the trusted folder that a converter has already found to
-// be real folders and not links. A converter writing hundreds of files into a
-// few folders of its own keeps one, so that each folder is looked at once per
-// run rather than once per file; the file's own place is looked at every time.
-class CheckedFolders {
- public:
-  bool contains(const std::string& folder) const { return folders_.count(folder) != 0; }
-  void add(const std::string& folder) { folders_.insert(folder); }
-
- private:
-  std::set<std::string> folders_;
-};
+class OutputTree;
+class OpenFolder;
 
 class OutputFile {
  public:
-  // Opens a temporary file beside `path`. `trustedFolder` is the folder the
-  // user chose: neither the file nor any folder between it and that folder
-  // may be a link; when one is, that is reported on the console (or, given
-  // `heldConsole`, added to the lines held there) and the file is not opened.
-  // Folders in `checked` are taken as examined already, and folders found
-  // real are added to it. Throws OutputLimitReached once the budget is spent.
-  OutputFile(const std::string& path, const std::string& trustedFolder, CheckedFolders* checked = nullptr,
-             std::string* heldConsole = nullptr);
+  // Opens a file that is to end up at `path`, a path in `tree`'s folders.
+  // Nothing under its final name is touched until commit(): where the system
+  // allows, the file has no name at all until it is whole, so not even a
+  // killed run leaves it behind; elsewhere it is written under a temporary
+  // name in its final folder. A link in the file's place or on the way to it
+  // is reported on the console (or, given `heldConsole`, added to the lines
+  // held there) and the file is not opened. Each file costs one block of the
+  // output budget beyond its bytes; throws OutputLimitReached once the
+  // budget is spent.
+  OutputFile(const std::string& path, OutputTree& tree, std::string* heldConsole = nullptr);
+  // The same in a tree of its own rooted at `trustedFolder`, for a single
+  // file in a folder the user named (the results file, a song's side files).
+  OutputFile(const std::string& path, const std::string& trustedFolder);
   ~OutputFile();  // an uncommitted file is removed
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
@@ -90,37 +84,46 @@ class OutputFile {
   // Marks the file as not whole (a writer found its own write failing).
   void markFailed() { failed_ = true; }
 
-  // Closes the file but leaves it under its temporary name until commit();
-  // false (and the temporary file removed) when any write failed.
+  // Closes the file under a temporary name until commit(), so that many
+  // files can wait without holding a descriptor each; false (and nothing
+  // left) when any write failed.
   bool finish();
-  // Closes the file if still open and renames it into place; false (and
-  // nothing under the final name) when any write failed. Throws
-  // OutputLimitReached when the file was cut short by the budget.
+  // Puts the file under its final name; false, with nothing placed and
+  // nothing left, when any write failed. Throws OutputLimitReached when the
+  // file was cut short by the budget.
   bool commit();
-  // Closes and removes the temporary file.
+  // Closes and removes the file.
   void discard();
 
  private:
   class TextBuffer;
 
-  void open(const std::string& trustedFolder, CheckedFolders* checked, std::string* heldConsole);
+  void open(OutputTree& tree, std::string* heldConsole);
+  bool openUnnamed(OutputTree& tree);
+  bool openNamed();
+  // Sends buffered text and stream bytes out; false when they did not go.
+  bool flushPending();
   bool closeFile();
+  // Gives the unnamed file a temporary name.
+  bool nameTemporary();
+  bool renameIntoPlace();
+  void removeTemporary();
 
+  std::unique_ptr<OutputTree> ownTree_;  // with the trusted-folder constructor
   std::string path_;
-  std::string temporaryPath_;
+  std::shared_ptr<OpenFolder> folder_;  // the final folder, held open
+  std::string name_;                    // the final name in it
+  std::string temporaryName_;           // "" while unnamed or once gone
+  int leftoverTicket_ = -1;             // the temporary name's, in the leftovers' register
   int descriptor_ = -1;
+  bool unnamed_ = false;
   FILE* stream_ = nullptr;  // over descriptor_, once asked for
   std::unique_ptr<char[]> streamBuffer_;  // the stream's, kept until it is closed
   bool refusedLink_ = false;
   bool failed_ = false;
-  bool finished_ = false;  // closed whole, waiting for commit()
+  bool finished_ = false;  // closed whole under a temporary name, waiting for commit()
   std::unique_ptr<TextBuffer> textBuffer_;
 };
-
-// True when `path`, or a folder on the way from `trustedFolder` to it, is a
-// link. Only the part of the path below `trustedFolder` is examined (the whole
-// last component when the path does not start with it).
-bool linkOnTheWay(const std::string& path, const std::string& trustedFolder);
 
 // Writes `firstCount` bytes and then `secondCount` bytes at the descriptor's
 // position, in one system call when it takes them all; false when they did

@@ -123,6 +123,16 @@ void replaceControlBytes(std::string& text, char replacement) {
   }
 }
 
+std::string fitFileName(const std::string& name, size_t limit) {
+  if (name.size() <= limit) return name;
+  const size_t dot = name.rfind('.');
+  const size_t extension = dot == std::string::npos || name.size() - dot >= limit ? 0 : name.size() - dot;
+  size_t keep = limit - extension;
+  // A UTF-8 character's continuation bytes are 10xxxxxx: never cut before one.
+  while (keep > 0 && (static_cast<unsigned char>(name[keep]) & 0xC0) == 0x80) --keep;
+  return name.substr(0, keep) + name.substr(name.size() - extension);
+}
+
 void trim(const std::string& input, std::string& output) {
   auto removable = [](char c) { return static_cast<unsigned char>(c) <= 32; };
   size_t first = 0, last = input.size();

@@ -45,6 +45,10 @@ void cleanPathName(std::string& name);
 // Replaces control bytes (below 32, and 127) with `replacement`, so that a
 // text taken from a bank can never start a line of its own.
 void replaceControlBytes(std::string& text, char replacement);
+// `name` cut to at most `limit` bytes where a file system takes no longer
+// names: the text before its extension is shortened, never inside a UTF-8
+// character, and the extension is kept.
+std::string fitFileName(const std::string& name, size_t limit);
 // Drops bytes of value 32 or less from both ends.
 void trim(const std::string& input, std::string& output);
 // Lower-cases A-Z only.
