@@ -3,6 +3,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <new>
 
@@ -22,6 +25,29 @@ void keepStandardDescriptorsOpen() {
   }
 }
 
+const char kOutOfMemory[] = "Conversion stopped: not enough memory\n";
+
+// The last resort, on whichever thread: with memory so short that not even a
+// memory failure can be thrown, the run still removes its leftovers and ends
+// with its line. Anything else ending here is a fault, and aborts.
+[[noreturn]] void onTerminate() {
+  tolvin::Leftovers::removeAll();
+  bool memory = true;
+  if (const std::exception_ptr pending = std::current_exception()) {
+    try {
+      std::rethrow_exception(pending);
+    } catch (const std::bad_alloc&) {
+    } catch (...) {
+      memory = false;
+    }
+  }
+  if (!memory) std::abort();
+  std::fflush(stdout);
+  std::fputs(kOutOfMemory, stdout);
+  std::fflush(stdout);
+  std::_Exit(0);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -36,12 +62,13 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   // Interrupted or terminated, the run removes its temporary files first.
   tolvin::installCancellationHandlers();
+  std::set_terminate(onTerminate);
   try {
     return sorvane_main(argc, argv);
   } catch (const std::bad_alloc&) {
     // Past the conversion itself (which reports its own): the temporary
     // files went with the unwinding, and the run ends like any failed one.
-    std::cout << "Conversion stopped: not enough memory" << std::endl;
+    std::cout << kOutOfMemory << std::flush;
     return 0;
   }
 }

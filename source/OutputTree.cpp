@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <exception>
 
 #include "source/Cancellation.h"
 #include "source/OutputFile.h"
@@ -74,7 +75,9 @@ size_t OpenFolder::openCount() { return gOpenFolders; }
 OutputTree::OutputTree(std::string root) : root_(folderText(root)) {}
 
 OutputTree::~OutputTree() {
-  if (OutputBudget::exceeded()) removeEmptyFoldersMade();
+  // A run stopped by the output limit or cut short by a failure (memory)
+  // takes back the empty folders it made; a finished one keeps them all.
+  if (OutputBudget::exceeded() || std::uncaught_exceptions() > 0) removeEmptyFoldersMade();
   for (const Made& folder : made_) Leftovers::forget(folder.ticket);
 }
 

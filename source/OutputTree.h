@@ -34,8 +34,8 @@ class OutputTree {
   // `root` is the folder the user chose: it may be a link, and it may not
   // exist yet (the run's first folder creations may make it).
   explicit OutputTree(std::string root);
-  // After a run stopped by the output limit, the folders it made that are
-  // still empty go again.
+  // After a run stopped by the output limit or by a failure thrown through
+  // it, the folders it made that are still empty go again.
   ~OutputTree();
   OutputTree(const OutputTree&) = delete;
   OutputTree& operator=(const OutputTree&) = delete;

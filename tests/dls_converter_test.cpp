@@ -180,3 +180,23 @@ TEST(DLSBadInput, EveryFaultHasItsMessage) {
     EXPECT_EQ(item.frames < 0 || readWave(wave).frames == item.frames, true);
   }
 }
+
+// Every instrument asks for its bank folder, and each ask makes one missing
+// level: with an output path two levels short, the first instrument of a
+// bank cannot be written and the second can.
+TEST(DLSCollection, AnOutputPathTwoLevelsShortFillsInOneLevelPerInstrument) {
+  TempDir dir;
+  Collection c = oneWave();
+  for (uint32_t program : {0u, 1u}) {
+    Instrument instrument;
+    instrument.program = program;
+    instrument.name = "I" + std::to_string(program);
+    instrument.regions = {fullRegion(0)};
+    c.addInstrument(instrument);
+  }
+  writeFile(dir.file("c.dls"), c.bytes());
+  const Conversion run = convert(dir.file("c.dls"), dir.file("a/b"));
+  EXPECT_EQ(run.console.find("error creating output file!\n"), run.console.rfind("error creating output file!\n"));
+  EXPECT_FALSE(exists(dir.file("a/b/c_dls/Bank_00000000/000_I0.sfz")));
+  EXPECT_TRUE(exists(dir.file("a/b/c_dls/Bank_00000000/001_I1.sfz")));
+}

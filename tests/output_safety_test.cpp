@@ -9,6 +9,7 @@
 #include <set>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -81,6 +82,13 @@ bool hasLineStarting(const std::string& text, const std::string& start) {
 }
 
 bool isLinkAt(const std::string& path) { return fs::is_symlink(fs::symlink_status(path)); }
+
+// Presets split over two banks, so that each bank has a folder.
+sf2build::Bank twoBanks(uint16_t presets) {
+  sf2build::Bank bank = onePresetBank();
+  for (uint16_t i = 1; i < presets; ++i) bank.presets.push_back({"P", i, uint16_t(i % 2), {{{sf2build::gen(41, 0)}}}});
+  return bank;
+}
 
 }  // namespace
 
@@ -411,4 +419,144 @@ TEST(HostileEnvironment, BankTextsNeverStartAnSfzLine) {
   EXPECT_FALSE(hasLineStarting(instrument, "<region> sample=/etc"));
   EXPECT_TRUE(contains(instrument, "\n sample=w_x.wav\n"));
   EXPECT_TRUE(exists(dir.file("dls/bank_dls/samples/w_x.wav")));
+}
+
+#ifdef RENAME_EXCHANGE
+// A folder below the output folder exchanged with a link to a folder
+// outside, over and over while the run writes into it: nothing lands outside.
+TEST(HostileEnvironment, FoldersSwappedForLinksMidRunSendNothingOutside) {
+  TempDir dir, outside;
+  std::vector<std::string> names;
+  for (int i = 0; i < 300; ++i) names.push_back("w" + std::to_string(i));
+  writeFile(dir.file("bank.dls"), collection(names).bytes());
+  writeFile(dir.file("bank.sf2"), twoBanks(300).bytes());
+  const std::pair<const char*, const char*> cases[] = {
+      {"bank.dls", "bank_dls/samples"}, {"bank.dls", "bank_dls/Bank_00000000"}, {"bank.sf2", "001"}};
+  for (const auto& swap : cases) {
+    const std::string out = dir.file(std::string("out-") + swap.first);
+    fs::remove_all(out);
+    fs::create_directory(out);
+    const std::string folder = out + "/" + swap.second, link = folder + ".link";
+    std::atomic<bool> running{true};
+    std::thread swapper([&] {
+      while (running) {
+        if (::symlink(outside.path().c_str(), link.c_str()) == 0 || errno == EEXIST)
+          ::renameat2(AT_FDCWD, link.c_str(), AT_FDCWD, folder.c_str(), RENAME_EXCHANGE);
+      }
+    });
+    const RunResult run = runSorvane({dir.file(swap.first), out});
+    running = false;
+    swapper.join();
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(listDir(outside.path()), std::vector<std::string>{}) << swap.second;
+  }
+}
+#endif
+
+TEST(HostileEnvironment, AFileThatFailedNeverReplacesAnEarlierOne) {
+  TempDir dir;
+  // A pool that claims far more than the input holds: the short read is
+  // what is reported, and the earlier pool stays as it was.
+  std::string bank = onePresetBank(4000, '\7').bytes();
+  const size_t sdta = bank.find("sdta") - 8, length = 8 + u32At(bank, bank.find("sdta") - 4);
+  bank += bank.substr(sdta, length);  // the pool last, where a size past the end is taken
+  bank.erase(sdta, length);
+  bank.replace(bank.find("smpl") + 4, 4, std::string("\0\0\0\xF0", 4));
+  writeFile(dir.file("bank.sf2"), bank);
+  fs::create_directory(dir.file("out"));
+  writeFile(dir.file("out/sf2_smpl.wav"), "earlier");
+  const RunResult run = runSorvane({dir.file("bank.sf2"), dir.file("out")});
+  EXPECT_TRUE(contains(run.out, "major read error exporting audio!\n")) << run.out;
+  EXPECT_FALSE(contains(run.out, "output limit"));
+  EXPECT_EQ(readFile(dir.file("out/sf2_smpl.wav")), "earlier");
+  EXPECT_EQ(listDir(dir.file("out")), std::vector<std::string>{"sf2_smpl.wav"});
+}
+
+TEST(HostileEnvironment, ResultsTargetsThatAreNotPlainFilesAreLeftAsTheyAre) {
+  TempDir dir;
+  writeFile(dir.file("bank.sf2"), onePresetBank().bytes());
+  writeFile(dir.file("victim"), "precious");
+  fs::create_symlink(dir.file("victim"), dir.file("link"));
+  ASSERT_EQ(::mkfifo(dir.file("fifo").c_str(), 0600), 0);
+  for (const std::string& target : {dir.file("link"), dir.file("fifo"), std::string("/dev/null")}) {
+    const RunResult run = runSorvane({dir.file("bank.sf2"), dir.file("out"), target});
+    EXPECT_TRUE(contains(run.out, "results file not written, not a regular file:" + target + "\n")) << run.out;
+  }
+  EXPECT_EQ(readFile(dir.file("victim")), "precious");
+  EXPECT_TRUE(isLinkAt(dir.file("link")));
+  EXPECT_TRUE(fs::is_fifo(dir.file("fifo")));
+
+  // A results file the user may write, in a folder where they may not
+  // create one, is written where it stands (run as another user when root).
+  const int user = ::getuid() == 0 ? 65534 : -1;
+  fs::create_directories(dir.file("locked"));
+  writeFile(dir.file("locked/results.txt"), "old");
+  if (user >= 0) {
+    ASSERT_EQ(::chown(dir.file("locked/results.txt").c_str(), user, user), 0);
+  }
+  fs::permissions(dir.path(), fs::perms::all);
+  fs::permissions(dir.file("locked"), fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_read |
+                                          fs::perms::others_exec);
+  RunLimits asUser;
+  asUser.user = user;
+  const RunResult locked = runSorvane({dir.file("bank.sf2"), dir.file("shared"), dir.file("locked/results.txt")}, asUser);
+  EXPECT_EQ(readFile(dir.file("locked/results.txt")), dir.file("shared") + "/000_P.sfz") << locked.out;
+  fs::permissions(dir.file("locked"), fs::perms::all);
+
+  // With standard input, output and error closed, no console text lands in
+  // a file the run opens in their place.
+  RunLimits closed;
+  closed.closedDescriptors = true;
+  writeFile(dir.file("bank.dls"), hostileCollection());
+  fs::create_directory(dir.file("closed"));
+  EXPECT_EQ(runSorvane({dir.file("bank.dls"), dir.file("closed")}, closed).status, 0);
+  for (const std::string& file : filesBelow(dir.file("closed")))
+    EXPECT_FALSE(contains(readFile(dir.file("closed/" + file)), "input       :")) << file;
+  fs::create_directory(dir.file("open"));
+  runSorvane({dir.file("bank.dls"), dir.file("open")});
+  EXPECT_EQ(filesBelow(dir.file("closed")), filesBelow(dir.file("open")));
+}
+
+// Disk space and folder entries come in blocks: a bank of empty waves or of
+// thousands of banks stops at the budget, and bank folders made for it that
+// are still empty then go again.
+TEST(HostileEnvironment, EachFileAndFolderCostsABlockOfTheOutputBudget) {
+  TempDir dir;
+  dls::Collection empty;
+  for (int i = 0; i < 20000; ++i) empty.addWave(dls::wave(dls::fmt(1, 8000, 16), "", dls::info({{"INAM", std::to_string(i)}})));
+  sf2build::Bank banks = onePresetBank();
+  for (uint16_t i = 1; i < 20000; ++i) banks.presets.push_back({"P", 0, i, {{{sf2build::gen(41, 0)}}}});
+  for (const auto& input : {std::make_pair(std::string("waves.dls"), empty.bytes()),
+                            std::make_pair(std::string("banks.sf2"), banks.bytes())}) {
+    writeFile(dir.file(input.first), input.second);
+    const std::string out = dir.file("out-" + input.first);
+    fs::create_directory(out);
+    const RunResult run = runSorvane({dir.file(input.first), out});
+    EXPECT_TRUE(contains(run.out, "Conversion stopped: output limit of")) << input.first;
+    uint64_t paid = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(out)) {
+      paid += 4096 + (entry.is_directory() ? 0 : entry.file_size());
+      if (entry.is_directory()) {
+      EXPECT_FALSE(fs::is_empty(entry.path())) << entry.path();
+    }
+    }
+    EXPECT_LE(paid, 8 * input.second.size() + (64 << 20)) << input.first;
+  }
+}
+
+TEST(HostileEnvironment, NamesLongerThanTheFileSystemTakesAreCutAtACharacter) {
+  TempDir dir;
+  std::string name;
+  while (name.size() < 300) name += "\xc3\xa9";  // two bytes each
+  writeFile(dir.file("bank.dls"), collection({name}).bytes());
+  fs::create_directory(dir.file("out"));
+  const RunResult run = runSorvane({dir.file("bank.dls"), dir.file("out"), dir.file("results.txt")});
+  EXPECT_FALSE(contains(run.out, "error")) << run.out;
+  // The name, cut at 256 bytes in the bank, is cut again to fit: never
+  // through a character, and the wave's regions name it the same way.
+  const std::string wave = name.substr(0, 250);
+  EXPECT_EQ(readWave(dir.file("out/bank_dls/samples/" + wave + ".wav")).frames, 8);
+  const std::string instrument = readFile(readFile(dir.file("results.txt")));
+  EXPECT_TRUE(contains(instrument, "\n sample=" + wave + ".wav\n")) << instrument;
+  EXPECT_EQ(readFile(dir.file("results.txt")), dir.file("out/bank_dls/Bank_00000000/000_" + name.substr(0, 246) + ".sfz"));
 }

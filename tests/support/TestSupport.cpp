@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <thread>
 #include <stdexcept>
 
 namespace testsupport {
@@ -69,6 +70,13 @@ RunResult runSorvane(const std::vector<std::string>& arguments, const RunLimits&
     ::dup2(console[1], 1);
     ::dup2(err, 2);
     ::close(console[0]);
+    if (limits.closedDescriptors) {
+      ::close(0), ::close(1), ::close(2);
+    }
+    struct rlimit noCore = {0, 0};  // a quit signal leaves no core file
+    ::setrlimit(RLIMIT_CORE, &noCore);
+    if (limits.user >= 0 && ::getuid() == 0 && (::setgid(limits.user) != 0 || ::setuid(limits.user) != 0))
+      ::_exit(126);
     if (limits.fileSize) {
       // The signal keeps its default action: the program itself must turn
       // it into a failed write.
@@ -86,14 +94,22 @@ RunResult runSorvane(const std::vector<std::string>& arguments, const RunLimits&
     ::_exit(127);
   }
   ::close(console[1]);
+  // Sent before the child is waited for, so never to a process id reused.
+  std::thread signaller([&] {
+    if (!limits.signal) return;
+    ::usleep(limits.signalDelayMicros);
+    ::kill(child, limits.signal);
+  });
   char buffer[4096];
   ssize_t got = 0;
   while (!limits.closedConsole && (got = ::read(console[0], buffer, sizeof buffer)) > 0)
     result.out.append(buffer, static_cast<size_t>(got));
   ::close(console[0]);
+  signaller.join();
   int status = 0;
   ::waitpid(child, &status, 0);
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   result.err = readFile(errPath);
   return result;
 }

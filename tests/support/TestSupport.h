@@ -25,17 +25,23 @@ class TempDir {
 
 struct RunResult {
   int status = -1;  // exit status, or -1 when the program did not exit normally
+  int signal = 0;   // the signal that ended it, if one did
   std::string out;
   std::string err;
 };
 
 // What the program runs under: a file-size limit (as a full disk would
 // allow; the program must keep the size-limit signal from ending it), an
-// address-space limit, and a console nobody reads.
+// address-space limit, a console nobody reads, a signal sent after a delay,
+// another user (when the tests run as root), standard descriptors closed.
 struct RunLimits {
   uint64_t fileSize = 0;
   uint64_t memory = 0;
   bool closedConsole = false;
+  int signal = 0;
+  unsigned signalDelayMicros = 0;
+  int user = -1;
+  bool closedDescriptors = false;
 };
 
 // Runs the sorvane executable with these arguments (program name excluded).

@@ -1,0 +1,126 @@
+// A run stopped from outside, by a signal or by memory running out, leaves
+// whole files only: no temporary, no half-written file, no empty folder.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+
+#include "tests/support/DlsBuilder.h"
+#include "tests/support/Sf2Builder.h"
+#include "tests/support/TestSupport.h"
+
+using namespace testsupport;
+namespace fs = std::filesystem;
+
+namespace {
+
+// Every entry below `root` is whole: no temporary name, no empty folder a
+// run made and left, and every wave as long as its header says.
+void expectOnlyWholeFiles(const std::string& root, const std::string& context) {
+  if (!exists(root)) return;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const std::string path = entry.path().string();
+    EXPECT_FALSE(contains(path, ".sorvane-")) << context << ": " << path;
+    if (entry.is_directory()) {
+      EXPECT_FALSE(fs::is_empty(entry.path())) << context << ": " << path;
+    }
+    if (entry.path().extension() == ".wav") {
+      const std::string bytes = readFile(path);
+      EXPECT_EQ(bytes.size(), u32At(bytes, 4) + 8ull) << context << ": " << path;
+    }
+  }
+}
+
+// A pool of `poolBytes` copied while presets in two banks are written ahead.
+std::string twoBankBank(size_t poolBytes, uint16_t presets) {
+  sf2build::Bank bank;
+  bank.pool = std::string(poolBytes, '\5');
+  bank.samples.push_back({"S", 0, static_cast<uint32_t>(poolBytes / 4), 10, 90, 44100, 60});
+  bank.instruments.push_back({"I", {{{sf2build::gen(53, 0)}}}});
+  for (uint16_t i = 0; i < presets; ++i)
+    bank.presets.push_back({"P" + std::to_string(i), i, static_cast<uint16_t>(i % 2), {{{sf2build::gen(41, 0)}}}});
+  return bank.bytes();
+}
+
+std::string manyWaves(int count) {
+  dls::Collection collection;
+  for (int i = 0; i < count; ++i) {
+    collection.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(std::vector<int16_t>(4000, int16_t(i))),
+                                 dls::info({{"INAM", "w" + std::to_string(i)}})));
+    dls::Instrument instrument;
+    instrument.program = static_cast<uint32_t>(i);
+    instrument.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(i) + dls::wsmp({}))};
+    collection.addInstrument(instrument);
+  }
+  return collection.bytes();
+}
+
+}  // namespace
+
+TEST(Cancellation, ASignalAtAnyMomentLeavesOnlyWholeFilesAndEndsTheRunByIt) {
+  TempDir dir;
+  writeFile(dir.file("bank.sf2"), twoBankBank(24 << 20, 400));
+  writeFile(dir.file("bank.dls"), manyWaves(400));
+  const int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+  for (const char* input : {"bank.sf2", "bank.dls"}) {
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(runSorvane({dir.file(input), dir.file("whole")}).status, 0);
+    const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
+    int stopped = 0;
+    const int rounds = 24;
+    for (int round = 0; round < rounds; ++round) {
+      const std::string out = dir.file("out" + std::to_string(round));
+      fs::create_directory(out);
+      RunLimits limits;
+      limits.signal = signals[round % 4];
+      // Spread over the first half of a run: runs after the first are faster.
+      limits.signalDelayMicros = static_cast<unsigned>(micros.count() * round / rounds / 2);
+      const RunResult run = runSorvane({dir.file(input), out}, limits);
+      const std::string context = std::string(input) + " round " + std::to_string(round);
+      // Ended by that signal, as a shell expects, or finished before it.
+      EXPECT_TRUE(run.signal == limits.signal || (run.signal == 0 && run.status == 0)) << context;
+      EXPECT_EQ(run.err, "") << context;
+      stopped += run.signal != 0;
+      expectOnlyWholeFiles(out, context);
+    }
+    EXPECT_GE(stopped, rounds / 2) << input;
+  }
+}
+
+TEST(Cancellation, MemoryRunningOutAnywhereEndsTheRunWithItsLine) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer's shadow memory does not fit under an address-space limit";
+#endif
+  // From the smallest limit at which the program starts up to the one at
+  // which it converts, every outcome is a clean one. The SoundFont pool is
+  // large enough for its copy thread to start within the range.
+  TempDir dir;
+  const std::string examples = std::string(SORVANE_SOURCE_DIR) + "/examples/";
+  writeFile(dir.file("song.rmi"), readFile(examples + "demo_song.rmi"));
+  writeFile(dir.file("bank.sf2"), twoBankBank(2 << 20, 40));
+  const std::pair<std::string, uint64_t> inputs[] = {{dir.file("bank.sf2"), 24 << 20},
+                                                     {examples + "demo_collection.dls", 0},
+                                                     {examples + "demo_loop.wav", 0},
+                                                     {dir.file("song.rmi"), 0}};
+  for (const auto& input : inputs) {
+    bool started = false, converted = false;
+    for (uint64_t limit = 4 << 20; limit < (48 << 20) && !(converted && limit > input.second); limit += 64 << 10) {
+      const std::string out = dir.file("out");
+      fs::remove_all(out);
+      fs::create_directory(out);
+      std::remove(dir.file("results.txt").c_str());
+      const RunResult run = runSorvane({input.first, out, dir.file("results.txt")}, RunLimits{0, limit});
+      started = started || contains(run.out, "* SORVANE 1.98\n");
+      if (!started) continue;
+      const std::string context = input.first + " under " + std::to_string(limit);
+      EXPECT_EQ(run.signal, 0) << context << "\n" << run.err;
+      EXPECT_EQ(run.status, 0) << context;
+      EXPECT_EQ(run.err, "") << context;
+      expectOnlyWholeFiles(out, context);
+      for (const std::string& name : listDir(dir.path())) EXPECT_FALSE(contains(name, ".sorvane-")) << context;
+      converted = exists(dir.file("results.txt"));
+    }
+    EXPECT_TRUE(converted) << input.first;
+  }
+}
