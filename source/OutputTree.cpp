@@ -183,8 +183,15 @@ int OutputTree::createDir(const std::string& path) {
   if (found == Found::kFolder) return 0;
   if (found != Found::kMissing || missing.empty()) return 2;
   if (!OutputBudget::charge(blockSize())) throw OutputLimitReached(OutputBudget::limit());
-  if (::mkdirat(parent->descriptor(), missing.c_str(), 0777) != 0) return errno == EEXIST ? 0 : 2;
-  made_.push_back({parent, missing, Leftovers::remember(parent->descriptor(), missing.c_str(), true)});
+  made_.push_back({parent, missing, -1});
+  // A folder can only be registered once it is made, so a cancelling
+  // signal waits until both are done.
+  const CancellationBlock registeredFirst;
+  if (::mkdirat(parent->descriptor(), missing.c_str(), 0777) != 0) {
+    made_.pop_back();
+    return errno == EEXIST ? 0 : 2;
+  }
+  made_.back().ticket = Leftovers::remember(parent->descriptor(), missing.c_str(), true);
   return 0;
 }
 

@@ -70,7 +70,7 @@ TEST(Cancellation, ASignalAtAnyMomentLeavesOnlyWholeFilesAndEndsTheRunByIt) {
     int stopped = 0;
     const int rounds = 24;
     for (int round = 0; round < rounds; ++round) {
-      const std::string out = dir.file("out" + std::to_string(round));
+      const std::string out = dir.file(std::string(input) + "-" + std::to_string(round));
       fs::create_directory(out);
       RunLimits limits;
       limits.signal = signals[round % 4];
