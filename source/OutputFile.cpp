@@ -219,21 +219,31 @@ bool OutputFile::openUnnamed(OutputTree& tree) {
 #endif
 }
 
-bool OutputFile::openNamed() {
-  for (int attempt = 0; attempt < kTemporaryNameTries && descriptor_ < 0; ++attempt) {
+template <typename Create>
+bool OutputFile::takeTemporaryName(Create create) {
+  for (int attempt = 0; attempt < kTemporaryNameTries; ++attempt) {
     temporaryName_ = temporaryName();
-    // Registered first: a signal arriving just after the file appears finds it.
+    // Registered first: a signal arriving just after the name appears finds it.
     leftoverTicket_ = Leftovers::remember(folder_->descriptor(), temporaryName_.c_str(), false);
-    descriptor_ = ::openat(folder_->descriptor(), temporaryName_.c_str(),
-                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (descriptor_ >= 0) return true;
+    if (create(temporaryName_.c_str())) return true;
     const int error = errno;
-    Leftovers::forget(leftoverTicket_);
-    leftoverTicket_ = -1;
-    temporaryName_.clear();
+    dropTemporaryName();
     if (error != EEXIST) break;
   }
   return false;
+}
+
+void OutputFile::dropTemporaryName() {
+  Leftovers::forget(leftoverTicket_);
+  leftoverTicket_ = -1;
+  temporaryName_.clear();
+}
+
+bool OutputFile::openNamed() {
+  return takeTemporaryName([this](const char* name) {
+    descriptor_ = ::openat(folder_->descriptor(), name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    return descriptor_ >= 0;
+  });
 }
 
 FILE* OutputFile::stream() {
@@ -284,35 +294,21 @@ bool OutputFile::closeFile() {
 }
 
 bool OutputFile::nameTemporary() {
-  for (int attempt = 0; attempt < kTemporaryNameTries; ++attempt) {
-    temporaryName_ = temporaryName();
-    leftoverTicket_ = Leftovers::remember(folder_->descriptor(), temporaryName_.c_str(), false);
-    if (linkUnnamed(descriptor_, folder_->descriptor(), temporaryName_.c_str())) return true;
-    const int error = errno;
-    Leftovers::forget(leftoverTicket_);
-    leftoverTicket_ = -1;
-    temporaryName_.clear();
-    if (error != EEXIST) break;
-  }
-  return false;
+  return takeTemporaryName([this](const char* name) { return linkUnnamed(descriptor_, folder_->descriptor(), name); });
 }
 
 bool OutputFile::renameIntoPlace() {
   if (temporaryName_.empty() ||
       ::renameat(folder_->descriptor(), temporaryName_.c_str(), folder_->descriptor(), name_.c_str()) != 0)
     return false;
-  Leftovers::forget(leftoverTicket_);
-  leftoverTicket_ = -1;
-  temporaryName_.clear();
+  dropTemporaryName();
   return true;
 }
 
 void OutputFile::removeTemporary() {
   if (temporaryName_.empty()) return;
   ::unlinkat(folder_->descriptor(), temporaryName_.c_str(), 0);
-  Leftovers::forget(leftoverTicket_);
-  leftoverTicket_ = -1;
-  temporaryName_.clear();
+  dropTemporaryName();
 }
 
 bool OutputFile::finish() {

@@ -104,6 +104,11 @@ class OutputFile {
   // Sends buffered text and stream bytes out; false when they did not go.
   bool flushPending();
   bool closeFile();
+  // Picks a fresh temporary name, registered as a leftover, and has
+  // `create` make the file under it; false when no name could be taken.
+  template <typename Create>
+  bool takeTemporaryName(Create create);
+  void dropTemporaryName();
   // Gives the unnamed file a temporary name.
   bool nameTemporary();
   bool renameIntoPlace();
