@@ -67,7 +67,9 @@ uninstall:
 deb: build
 	cd $(BUILD) && cpack -G DEB
 
+# The benchmarks install what they compare against (never the converter).
 bench: build
+	./bench/ensure-bench-deps.sh
 	./bench/run_all.sh $(BUILD)
 
 clean:
