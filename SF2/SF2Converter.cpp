@@ -3,6 +3,8 @@
 // instruments. Generators, modulators and samples have their own files.
 #include "SF2/SF2Converter.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <iostream>
 
@@ -40,6 +42,18 @@ const uint64_t kAheadTextLimit = 32u << 20;
 // Each preset waiting holds its bank folder open: a bank of many banks
 // writes the rest in turn rather than run out of descriptors.
 const size_t kAheadFolderLimit = 64;
+
+// Presets written ahead that may wait with their files open: a quarter of
+// the descriptors the process may have, at most 256. The others wait closed,
+// under temporary names.
+size_t heldOpenLimit() {
+  static const size_t limit = [] {
+    struct rlimit descriptors;
+    if (::getrlimit(RLIMIT_NOFILE, &descriptors) != 0 || descriptors.rlim_cur == RLIM_INFINITY) return size_t(256);
+    return std::min<size_t>(256, static_cast<size_t>(descriptors.rlim_cur / 4));
+  }();
+  return limit;
+}
 
 // Sends console lines to `text` for as long as it lives.
 class ConsoleHold {
@@ -261,6 +275,7 @@ void SF2Converter::convertAhead(const PoolCopy& pool, std::vector<HeldPreset>& h
   // The first preset always goes this way, so that every run takes it as
   // well as the direct one.
   uint64_t aheadBytes = 0;
+  size_t heldOpen = 0;
   for (uint64_t i = 0; i + 1 < phdr_.count && !bankStopped_ && aheadBytes <= kAheadTextLimit &&
                        tolvin::OpenFolder::openCount() < kAheadFolderLimit && (i == 0 || !pool.finished());
        ++i) {
@@ -278,12 +293,11 @@ void SF2Converter::convertAhead(const PoolCopy& pool, std::vector<HeldPreset>& h
     aheadBytes += presetText_.size();
     if (aheadBytes > kAheadTextLimit) {
       preset.text = presetText_;  // the last one: written once the pool is whole
-    } else {
-      preset.file->write(presetText_);
-      if (!preset.file->finish()) {
-        reportUnwritten(path);
-        preset.file.reset();
-      }
+    } else if (preset.file->write(presetText_) && heldOpen < heldOpenLimit()) {
+      ++heldOpen;  // stays open, and unnamed where it can: nothing a killed run could leave
+    } else if (!preset.file->finish()) {
+      reportUnwritten(path);
+      preset.file.reset();
     }
   }
 }
