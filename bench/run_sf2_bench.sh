@@ -6,7 +6,7 @@
 #
 #   bench/run_sf2_bench.sh [build-dir] [bank.sf2 ...]
 # Without banks: FluidR3_GM.sf2 and, where installed, the widest bank Debian
-# ships, MuseScore_General_Full.sf2 (bench/ensure-bench-deps.sh installs it).
+# ships, MuseScore_General_Full.sf2 (tools/ensure-deps.sh bench installs it).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}

@@ -34,3 +34,29 @@ $(tail -n +8 <<<"$console")"
   [ -f "$first" ] || fail "the results file of $3 names a missing file: $first"
   case "$first" in *.sfz) ;; *) fail "the results file of $3 names no SFZ file: $first" ;; esac
 }
+
+# Checks an installed tree under ROOT (the prefix) against the SOURCE tree:
+# a stripped program, the manual page gzipped, the completion, the README,
+# the copyright file carrying LICENSE's notice, the demo inputs, and no other
+# file but those matching EXTRA (a grep pattern of further files expected).
+#   check_installed_files ROOT SOURCE [EXTRA]
+check_installed_files() {
+  local root=$1 source_dir=$2 extra=${3:-'^$'}
+  local docs="$root/share/doc/sorvane"
+  [ -x "$root/bin/sorvane" ] || fail "no bin/sorvane"
+  ! readelf -S --wide "$root/bin/sorvane" | grep -q -e ' \.symtab ' -e ' \.debug_' || fail "bin/sorvane not stripped"
+  [ "$(gzip -dc "$root/share/man/man1/sorvane.1.gz")" = "$(cat "$source_dir/doc/sorvane.1")" ] ||
+    fail "the gzipped manual page is not doc/sorvane.1"
+  cmp -s "$source_dir/tools/completion/sorvane" "$root/share/bash-completion/completions/sorvane" ||
+    fail "completion not installed"
+  cmp -s "$source_dir/README.md" "$docs/README.md" || fail "README not installed"
+  [ "$(sed -n '/^ /{s/^ //; s/^\.$//; p}' "$docs/copyright")" = \
+    "$(sed -n '/^Permission/,$p' "$source_dir/LICENSE")" ] || fail "the copyright file does not carry LICENSE"
+  for demo in demo.sf2 demo_loop.wav demo_collection.dls demo_song.rmi; do
+    cmp -s "$source_dir/examples/$demo" "$docs/examples/$demo" || fail "examples/$demo not installed"
+  done
+  local unexpected
+  unexpected=$(cd "$root" && find . -type f | grep -v -e '^./bin/sorvane$' -e '^./share/man/man1/sorvane.1.gz$' \
+    -e '^./share/bash-completion/completions/sorvane$' -e '^./share/doc/sorvane/' | grep -v -e "$extra" || true)
+  [ -z "$unexpected" ] || fail "installed files nobody asked for: $unexpected"
+}

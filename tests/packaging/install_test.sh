@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# `cmake --install` into a staging folder (DESTDIR) under a prefix of its
-# own puts every file where it belongs; the installed program converts every
-# installed demo input; the uninstall script then leaves nothing behind.
+# `make install`'s script into a staging folder (DESTDIR) under a prefix of
+# its own puts every file where it belongs, the program stripped; the
+# installed program converts every installed demo input; the uninstall
+# script then leaves nothing behind.
 #   install_test.sh BUILD_FOLDER SOURCE_FOLDER VERSION
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
@@ -9,18 +10,11 @@ build=${1:?usage: install_test.sh BUILD_FOLDER SOURCE_FOLDER VERSION}
 source_dir=${2:?} version=${3:?}
 stage="$scratch/stage" prefix=/opt/sorvane-test
 root="$stage$prefix"
-
-DESTDIR="$stage" cmake --install "$build" --prefix "$prefix" >/dev/null || fail "cmake --install failed"
-[ -x "$root/bin/sorvane" ] || fail "no bin/sorvane"
-cmp -s "$source_dir/doc/sorvane.1" "$root/share/man/man1/sorvane.1" || fail "man page not installed as it is"
 docs="$root/share/doc/sorvane"
-cmp -s "$source_dir/README.md" "$docs/README.md" || fail "README not installed"
-for demo in demo.sf2 demo_loop.wav demo_collection.dls demo_song.rmi; do
-  cmp -s "$source_dir/examples/$demo" "$docs/examples/$demo" || fail "examples/$demo not installed"
-done
-unexpected=$(cd "$root" && find . -type f | grep -v -e '^./bin/sorvane$' -e '^./share/man/man1/sorvane.1$' \
-                                                  -e '^./share/doc/sorvane/' || true)
-[ -z "$unexpected" ] || fail "installed files nobody asked for: $unexpected"
+
+DESTDIR="$stage" "$source_dir/tools/install.sh" "$build" "$prefix" >"$scratch/install.log" ||
+  fail "tools/install.sh failed: $(cat "$scratch/install.log")"
+check_installed_files "$root" "$source_dir"
 
 program="$root/bin/sorvane"
 convert_demo "$program" "$docs/examples" demo.sf2 "$version" 5 \
