@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
+#include <system_error>
+#include <thread>
 
 #include <unistd.h>
 
@@ -16,6 +19,7 @@ namespace {
 const size_t kHeaderPlaceholder = 36;
 const size_t kInterleaveFrames = 4096;
 const size_t kCopyBufferSize = 0x100000;  // 1 MiB
+const uint64_t kSplitCopySize = 32u << 20;
 
 // Writes all `count` bytes at `offset`, however many writes that takes.
 bool writeWhole(int target, const unsigned char* buffer, size_t count, off_t offset) {
@@ -284,10 +288,37 @@ uint64_t WaveFileWriter::copyData(int source, uint64_t offset, uint64_t count) {
     failed_ = true;
     return 0;
   }
+  const int target = file_ ? fileno(file_) : descriptor_;
+  // A large copy is split in two halves copied side by side: memory copies
+  // in the kernel are what it costs, and the machine has two cores.
+  const uint64_t half = count >= kSplitCopySize ? count / 2 : count;
+  off_t secondIn = static_cast<off_t>(offset + half), secondOut = static_cast<off_t>(start + half);
+  bool secondFailed = false;
+  uint64_t secondCopied = 0;
+  std::thread second;
+  if (half < count) {
+    try {
+      second = std::thread([&] {
+        try {
+          secondCopied = bufferedCopy(source, &secondIn, target, &secondOut, count - half, &secondFailed);
+        } catch (const std::bad_alloc&) {
+          secondFailed = true;
+        }
+      });
+    } catch (const std::system_error&) {
+      secondCopied = bufferedCopy(source, &secondIn, target, &secondOut, count - half, &secondFailed);
+    }
+  }
   off_t in = static_cast<off_t>(offset);
   off_t out = static_cast<off_t>(start);
-  const int target = file_ ? fileno(file_) : descriptor_;
-  const uint64_t copied = bufferedCopy(source, &in, target, &out, count, &failed_);
+  uint64_t copied = bufferedCopy(source, &in, target, &out, half, &failed_);
+  if (second.joinable()) second.join();
+  if (secondFailed) failed_ = true;
+  // Whole pieces only: the second half counts when the first one is whole.
+  if (copied == half && half < count) {
+    copied += secondCopied;
+    out = secondOut;
+  }
   const bool moved = file_ ? fseeko(file_, out, SEEK_SET) == 0 : ::lseek(descriptor_, out, SEEK_SET) == out;
   if (!moved) failed_ = true;
   position_ = static_cast<uint64_t>(out);
