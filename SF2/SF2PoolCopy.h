@@ -39,11 +39,15 @@ class PoolCopy {
       copied_ = writer_->copyData(source, offset, size_);
       finished_.store(true, std::memory_order_release);
     };
+#ifdef SORVANE_NO_THREADS
+    copy();  // a build without threads copies right here
+#else
     try {
       thread_ = std::thread(copy);
     } catch (const std::system_error&) {
       copy();  // no thread to be had: the copy is made right here
     }
+#endif
   }
   bool finished() const { return finished_.load(std::memory_order_acquire); }
   void wait() {

@@ -141,7 +141,7 @@ bool WaveFileWriter::patch(uint64_t offset, const void* bytes, size_t count) {
     failed_ = true;
     return false;
   }
-  std::memcpy(&head_[offset], bytes, count);
+  std::memcpy(&head_[static_cast<size_t>(offset)], bytes, count);
   return true;
 }
 
