@@ -2,10 +2,11 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
+WEB_BUILD  ?= build-web
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 
-.PHONY: all deps build test test-tsan test-fast mutate demo bench fuzz install uninstall deb clean
+.PHONY: all deps build test test-tsan test-fast web web-build test-web mutate demo bench fuzz install uninstall deb clean
 
 all: build
 
@@ -39,6 +40,27 @@ test-tsan: deps
 test-fast: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -LE integration
 
+# The WebAssembly build (emscripten): $(WEB_BUILD)/page/index.html, the page
+# that converts a dropped bank in the browser, and $(WEB_BUILD)/sorvane.js, the
+# program under node.
+web:
+	./tools/ensure-deps.sh web
+	$(MAKE) web-build
+
+web-build:
+	emcmake cmake -S . -B $(WEB_BUILD) -DCMAKE_BUILD_TYPE=Release
+	cmake --build $(WEB_BUILD) -j $(JOBS)
+
+# The node program against the native one on every demo input and the
+# integration banks, the zip writer, then the page in headless Chromium.
+test-web:
+	./tools/ensure-deps.sh web-test
+	$(MAKE) build web-build
+	./tools/dls-fixtures.sh $(BUILD)/integration-inputs
+	SORVANE_NATIVE=$(BUILD)/sorvane SORVANE_WEB_BUILD=$(WEB_BUILD) SORVANE_FIXTURES=$(BUILD)/integration-inputs \
+		node web/test/conformance.mjs
+	SORVANE_NATIVE=$(BUILD)/sorvane SORVANE_WEB_BUILD=$(WEB_BUILD) node web/test/page.mjs
+
 # Plants small faults one at a time into a scratch copy of the tree (under
 # /tmp), rebuilds it and reports the share the quick tests catch. The same
 # MUTANTS and MUTATION_SEED draw the same faults.
@@ -71,4 +93,4 @@ bench: build
 	./bench/run_all.sh $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) build-fuzz out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(WEB_BUILD) build-fuzz out

@@ -1,13 +1,25 @@
 #!/usr/bin/env bash
 # Installs, with apt-get, whatever the build and the tests need and the
 # machine lacks. Packages already present are left alone.
+#
+#   tools/ensure-deps.sh            the native build and its tests
+#   tools/ensure-deps.sh web        and emscripten, for `make web`
+#   tools/ensure-deps.sh web-test   and Debian's chromium, with the npm package
+#                                   that drives it, for `make test-web`
 set -euo pipefail
+profile=${1:-}
 
 # mandoc and man-db lint and render the manual page; dpkg-dev computes the
 # Debian package's dependencies (dpkg-shlibdeps).
 packages=(cmake g++ make pkg-config python3 libgtest-dev libsndfile1-dev
           fluid-soundfont-gm timgm6mb-soundfont opl3-soundfont time
           clang libclang-rt-14-dev mandoc man-db dpkg-dev)
+case "$profile" in
+  "") ;;
+  web) packages+=(emscripten) ;;
+  web-test) packages+=(emscripten chromium) ;;
+  *) echo "usage: ensure-deps.sh [web|web-test]"; exit 2 ;;
+esac
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
@@ -27,4 +39,7 @@ if [ ${#missing[@]} -gt 0 ]; then
   apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
-"$(dirname "$0")/ensure-node-deps.sh"
+here=$(dirname "$0")
+"$here/ensure-node-deps.sh"
+# playwright-core drives Debian's chromium; it downloads no browser itself.
+if [ "$profile" = web-test ]; then "$here/ensure-node-deps.sh" "$here/../web/test"; fi
