@@ -97,12 +97,10 @@ async function convert(file, wasm) {
   FS.mount(FS.filesystems.WORKERFS, { blobs: [{ name, data: file }] }, '/input');
   FS.mkdir(WORK);
   FS.chdir(WORK);
-  // A song is split into files beside itself, which a dropped file cannot
-  // have: it is copied in. Every other input is read where it lies.
-  if (/\.(rmi|xmi)$/i.test(name))
-    FS.writeFile(name, new Uint8Array(new FileReaderSync().readAsArrayBuffer(file)));
-  else
-    FS.symlink('/input/' + name, name);
+  // The input is read where it lies, through a link in the working folder:
+  // a song's side files, written beside the name it was given, land there
+  // and not in the read-only mount.
+  FS.symlink('/input/' + name, name);
   FS.mkdir(stem);
   let status;
   try {

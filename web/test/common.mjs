@@ -3,7 +3,7 @@
 // after it, made first, and results.txt beside them), and the comparison of
 // two such folders, byte for byte but for the conversion-date lines.
 import { spawnSync } from 'node:child_process';
-import { copyFileSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, statSync, symlinkSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, statSync, symlinkSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { basename, join, resolve } from 'node:path';
 
@@ -32,11 +32,10 @@ export function namesOf(input) {
 }
 
 // Runs `command` (the program and the arguments before the conversion's)
-// in a fresh working folder; a song is copied in, any other input linked.
+// in a fresh working folder, on a link to the input.
 export function convertIn(folder, command, input) {
   const { name, stem } = namesOf(input);
-  if (/\.(rmi|xmi)$/i.test(name)) copyFileSync(input, join(folder, name));
-  else symlinkSync(resolve(input), join(folder, name));
+  symlinkSync(resolve(input), join(folder, name));
   mkdirSync(join(folder, stem));
   const started = process.hrtime.bigint();
   const run = spawnSync(command[0], [...command.slice(1), name, stem, 'results.txt'], { cwd: folder, maxBuffer: 1 << 30 });
