@@ -26,25 +26,43 @@ function consoleSink() {
   return { put, flush };
 }
 
-// A written file grows by doubling up to the input's size (the largest file
-// a bank's conversion writes is its sample pool, a little under that size),
-// then by an eighth: few copies, little room left over.
-function growFilesUpTo(MEMFS, inputSize) {
-  const cap = inputSize + (1 << 20);
-  MEMFS.expandFileStorage = (node, wanted) => {
+const LARGE_FILE = 16 << 20;
+
+// Storage left unused at the end of a file, when much of it is, goes.
+function trimmed(node) {
+  const bytes = node.contents;
+  if (bytes instanceof Uint8Array && (bytes.byteOffset !== 0 ||
+      bytes.buffer.byteLength - node.usedBytes > Math.max(node.usedBytes / 16, 1 << 16)))
+    node.contents = bytes.slice(0, node.usedBytes);
+  return node.contents || new Uint8Array(0);
+}
+
+// A file being written grows by doubling while small. One that passes 16 MB
+// takes at once the room the largest file of a bank can need (its sample
+// pool, a little under the input's size): the browser commits memory only
+// as it is written, so that file is never copied. Past that room it grows by
+// an eighth. Unused room goes when the file is closed.
+function growFiles(FS, inputSize) {
+  const room = inputSize + (1 << 20);
+  FS.filesystems.MEMFS.expandFileStorage = (node, wanted) => {
     const old = node.contents;
     const capacity = old ? old.length : 0;
     if (capacity >= wanted) return;
-    let grown = capacity * 2;
-    if (grown > cap) grown = Math.max(cap, capacity + Math.floor(capacity / 8));
+    let grown = capacity < LARGE_FILE ? capacity * 2 : room;
+    if (grown <= capacity) grown = capacity + Math.floor(capacity / 8);
     node.contents = new Uint8Array(Math.max(wanted, grown, 256));
     if (node.usedBytes > 0) node.contents.set(old.subarray(0, node.usedBytes));
+  };
+  const close = FS.close;
+  FS.close = (stream) => {
+    if (FS.isFile(stream.node.mode) && stream.node.contents instanceof Uint8Array) trimmed(stream.node);
+    return close(stream);
   };
 }
 
 // Every file and folder below the working folder but the input and the
 // results file, as paths relative to it; file bytes are handed over without
-// a copy unless much of their storage is unused.
+// a copy.
 function collect(FS, inputName) {
   const entries = [], transfer = [];
   const walk = (folder, prefix) => {
@@ -59,9 +77,7 @@ function collect(FS, inputName) {
         continue;
       }
       const size = node.usedBytes || 0;
-      let bytes = node.contents || new Uint8Array(0);
-      if (bytes.byteOffset !== 0 || bytes.buffer.byteLength - size > Math.max(size / 16, 1 << 16))
-        bytes = bytes.slice(0, size);
+      const bytes = trimmed(node);
       node.contents = null;
       entries.push({ path, buffer: bytes.buffer, size });
       transfer.push(bytes.buffer);
@@ -92,7 +108,7 @@ async function convert(file, wasm) {
   const name = file.name;
   const dot = name.lastIndexOf('.');
   const stem = dot > 0 ? name.slice(0, dot) : 'output';
-  growFilesUpTo(FS.filesystems.MEMFS, file.size);
+  growFiles(FS, file.size);
   FS.mkdir('/input');
   FS.mount(FS.filesystems.WORKERFS, { blobs: [{ name, data: file }] }, '/input');
   FS.mkdir(WORK);

@@ -3,7 +3,7 @@
 // after it, made first, and results.txt beside them), and the comparison of
 // two such folders, byte for byte but for the conversion-date lines.
 import { spawnSync } from 'node:child_process';
-import { mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, statSync, symlinkSync } from 'node:fs';
+import { closeSync, mkdirSync, mkdtempSync, openSync, readdirSync, readFileSync, rmSync, symlinkSync, writeSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { basename, join, resolve } from 'node:path';
 
@@ -82,6 +82,20 @@ export function differences(expected, actual) {
   return found;
 }
 
-export function sizeOf(path) {
-  return statSync(path).size;
+// The demo collection behind a 2.2 GB chunk of nothing (a sparse file):
+// its chunks are read at offsets past 2 GB.
+export function farCollection(folder) {
+  const source = readFileSync(join(root, 'examples/demo_collection.dls'));
+  const hole = 2_200_000_000;
+  const head = Buffer.alloc(20);
+  head.write('RIFF', 0);
+  head.writeUInt32LE(source.length + hole, 4);
+  head.write('DLS JUNK', 8);
+  head.writeUInt32LE(hole, 16);
+  const path = join(folder, 'far.dls');
+  const file = openSync(path, 'w');
+  writeSync(file, head);
+  writeSync(file, source, 12, source.length - 12, head.length + hole);
+  closeSync(file);
+  return path;
 }

@@ -9,7 +9,7 @@ import { spawnSync } from 'node:child_process';
 import { existsSync, readFileSync, writeFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { join } from 'node:path';
-import { banks, convertIn, makeHostile, differences, native, newFolder, root, treeOf, webBuild } from './common.mjs';
+import { banks, convertIn, differences, farCollection, makeHostile, native, newFolder, root, treeOf, webBuild } from './common.mjs';
 
 const wasmProgram = ['node', join(webBuild, 'sorvane.js')];
 const fixtures = process.env.SORVANE_FIXTURES || join(root, 'build/integration-inputs');
@@ -51,6 +51,7 @@ test('the node module converts like the native program', async (t) => {
   for (const bank of ['TimGM6mb.sf2', 'FluidR3_GM.sf2', 'OPL-3_FM_128M.sf2'])
     await t.test(bank, () => sameAsNative(join(banks, bank)));
   for (const name of ['fluid.dls', 'song.rmi']) await t.test(name, () => sameAsNative(join(fixtures, name)));
+  await t.test('a collection read past 2 GB', () => sameAsNative(farCollection(newFolder('far'))));
   const hostile = hostileInputs();
   await t.test('a bank cut short', () =>
     sameAsNative(hostile.cut, (out) => assert.match(out, /Not enough space in real file for new chunks!!\n$/)));

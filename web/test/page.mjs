@@ -13,7 +13,7 @@ import { createServer } from 'node:http';
 import { join } from 'node:path';
 import { pathToFileURL } from 'node:url';
 import { chromium } from 'playwright-core';
-import { banks, convertIn, makeHostile, differences, native, newFolder, root, treeOf, webBuild } from './common.mjs';
+import { banks, convertIn, differences, farCollection, makeHostile, native, newFolder, root, treeOf, webBuild } from './common.mjs';
 
 const browser = await chromium.launch({
   executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
@@ -74,6 +74,7 @@ test('the page converts like the native program', async (t) => {
   for (const name of ['demo.sf2', 'demo_loop.wav', 'demo_collection.dls', 'demo_song.rmi'])
     await t.test(name, () => convertAndCompare(join(root, 'examples', name)));
   await t.test('FluidR3_GM.sf2', () => convertAndCompare(join(banks, 'FluidR3_GM.sf2')));
+  await t.test('a collection read past 2 GB', () => convertAndCompare(farCollection(newFolder('far'))));
 });
 
 test('bad input ends in its message, and the page goes on', async (t) => {
