@@ -2,6 +2,7 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
+WEB_BUILD  ?= build-web
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 
@@ -12,7 +13,7 @@ DEPS = ./tools/ensure-deps.sh
 # AUTO); the test targets ask for them (ON).
 CONFIGURE = cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(if $(SORVANE_TESTS),-DSORVANE_TESTS=$(SORVANE_TESTS))
 
-.PHONY: all deps program build test test-tsan test-fast mutate demo bench fuzz install uninstall deb clean
+.PHONY: all deps program build test test-tsan test-fast web web-build test-web mutate demo bench fuzz install uninstall deb clean
 
 all: build
 
@@ -61,6 +62,27 @@ test-fast:
 	$(MAKE) build SORVANE_TESTS=ON
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -LE integration
 
+# The WebAssembly build (emscripten): $(WEB_BUILD)/page/index.html, the page
+# that converts a dropped bank in the browser, and $(WEB_BUILD)/sorvane.js, the
+# program under node.
+web:
+	$(DEPS) web
+	$(MAKE) web-build
+
+web-build:
+	emcmake cmake -S . -B $(WEB_BUILD) -DCMAKE_BUILD_TYPE=Release
+	cmake --build $(WEB_BUILD) -j $(JOBS)
+
+# The node program against the native one on every demo input and the
+# integration banks, the zip writer, then the page in headless Chromium.
+test-web:
+	$(DEPS) web-test
+	$(MAKE) build web-build
+	./tools/dls-fixtures.sh $(BUILD)/integration-inputs
+	SORVANE_NATIVE=$(BUILD)/sorvane SORVANE_WEB_BUILD=$(WEB_BUILD) SORVANE_FIXTURES=$(BUILD)/integration-inputs \
+		node web/test/conformance.mjs
+	SORVANE_NATIVE=$(BUILD)/sorvane SORVANE_WEB_BUILD=$(WEB_BUILD) node web/test/page.mjs
+
 # Plants small faults one at a time into a scratch copy of the tree (under
 # /tmp), rebuilds it and reports the share the quick tests catch. The same
 # MUTANTS and MUTATION_SEED draw the same faults.
@@ -104,4 +126,4 @@ bench:
 	./bench/run_all.sh $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) build-fuzz out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(WEB_BUILD) build-fuzz out

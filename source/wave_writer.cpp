@@ -19,7 +19,11 @@ namespace {
 const size_t kHeaderPlaceholder = 36;
 const size_t kInterleaveFrames = 4096;
 const size_t kCopyBufferSize = 0x100000;  // 1 MiB
+#ifdef SORVANE_NO_THREADS
+const uint64_t kSplitCopySize = UINT64_MAX;  // a build without threads copies in one piece
+#else
 const uint64_t kSplitCopySize = 32u << 20;
+#endif
 
 // Writes all `count` bytes at `offset`, however many writes that takes.
 bool writeWhole(int target, const unsigned char* buffer, size_t count, off_t offset) {
@@ -145,7 +149,7 @@ bool WaveFileWriter::patch(uint64_t offset, const void* bytes, size_t count) {
     failed_ = true;
     return false;
   }
-  std::memcpy(&head_[offset], bytes, count);
+  std::memcpy(&head_[static_cast<size_t>(offset)], bytes, count);
   return true;
 }
 
@@ -297,6 +301,7 @@ uint64_t WaveFileWriter::copyData(int source, uint64_t offset, uint64_t count) {
   uint64_t secondCopied = 0;
   std::thread second;
   if (half < count) {
+#ifndef SORVANE_NO_THREADS
     try {
       second = std::thread([&] {
         try {
@@ -308,6 +313,7 @@ uint64_t WaveFileWriter::copyData(int source, uint64_t offset, uint64_t count) {
     } catch (const std::system_error&) {
       secondCopied = bufferedCopy(source, &secondIn, target, &secondOut, count - half, &secondFailed);
     }
+#endif
   }
   off_t in = static_cast<off_t>(offset);
   off_t out = static_cast<off_t>(start);

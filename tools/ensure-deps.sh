@@ -19,13 +19,17 @@
 #            ships and the gigtools wave extractor (make bench; never
 #            dependencies of the converter)
 #   mutate   test, plus python3 (make mutate)
+#   web      build, plus emscripten and node/npm: the WebAssembly build (make web)
+#   web-test web, plus Debian's chromium and the npm package that drives it
+#            (it downloads no browser of its own) (make test-web)
 #
-# Without a task, everything every task needs.
+# Without a task, everything every native task needs.
 set -euo pipefail
 
 soundfonts=(fluid-soundfont-gm timgm6mb-soundfont opl3-soundfont)
 packages=()
 node=false
+browser=false
 add() {  # task
   case $1 in
     build) packages+=(cmake g++ make) ;;
@@ -35,7 +39,9 @@ add() {  # task
     fuzz) add build; packages+=(clang libclang-rt-14-dev "${soundfonts[@]}") ;;
     bench) add build; packages+=(time "${soundfonts[@]}" musescore-general-soundfont-lossless gigtools); node=true ;;
     mutate) add test; packages+=(python3) ;;
-    *) echo "ensure-deps.sh: unknown task '$1' (build, package, test, fuzz, bench or mutate)"; exit 2 ;;
+    web) add build; packages+=(emscripten); node=true ;;
+    web-test) add web; packages+=(chromium); browser=true ;;
+    *) echo "ensure-deps.sh: unknown task '$1' (build, package, test, fuzz, bench, mutate, web or web-test)"; exit 2 ;;
   esac
 }
 tasks=("$@")
@@ -62,3 +68,4 @@ fi
 
 # The DLS integration tests and benchmark write their inputs with an npm package.
 if $node; then "$(dirname "$0")/ensure-node-deps.sh"; fi
+if $browser; then "$(dirname "$0")/ensure-node-deps.sh" "$(dirname "$0")/../web/test"; fi
