@@ -19,11 +19,6 @@ namespace {
 const size_t kHeaderPlaceholder = 36;
 const size_t kInterleaveFrames = 4096;
 const size_t kCopyBufferSize = 0x100000;  // 1 MiB
-#ifdef SORVANE_NO_THREADS
-const uint64_t kSplitCopySize = UINT64_MAX;  // a build without threads copies in one piece
-#else
-const uint64_t kSplitCopySize = 32u << 20;
-#endif
 
 // Writes all `count` bytes at `offset`, however many writes that takes.
 bool writeWhole(int target, const unsigned char* buffer, size_t count, off_t offset) {
@@ -55,6 +50,42 @@ uint64_t bufferedCopy(int source, off_t* in, int target, off_t* out, uint64_t co
     copied += piece;
   }
   return copied;
+}
+
+// bufferedCopy, but a large copy goes in two halves side by side: memory
+// copies in the kernel are what it costs, and the machine has two cores.
+// Whole pieces only: the second half counts when the first one is whole.
+uint64_t copyInHalves(int source, off_t* in, int target, off_t* out, uint64_t count, bool* writeFailed) {
+#ifndef SORVANE_NO_THREADS
+  const uint64_t kSplitCopySize = 32u << 20;
+  if (count >= kSplitCopySize) {
+    const uint64_t half = count / 2;
+    off_t secondIn = *in + static_cast<off_t>(half), secondOut = *out + static_cast<off_t>(half);
+    bool secondFailed = false;
+    uint64_t secondCopied = 0;
+    auto copySecond = [&] {
+      try {
+        secondCopied = bufferedCopy(source, &secondIn, target, &secondOut, count - half, &secondFailed);
+      } catch (const std::bad_alloc&) {
+        secondFailed = true;
+      }
+    };
+    std::thread second;
+    try {
+      second = std::thread(copySecond);
+    } catch (const std::system_error&) {
+      copySecond();
+    }
+    const uint64_t copied = bufferedCopy(source, in, target, out, half, writeFailed);
+    if (second.joinable()) second.join();
+    if (secondFailed) *writeFailed = true;
+    if (copied < half) return copied;
+    *in = secondIn;
+    *out = secondOut;
+    return copied + secondCopied;
+  }
+#endif
+  return bufferedCopy(source, in, target, out, count, writeFailed);
 }
 
 }  // namespace
@@ -293,38 +324,9 @@ uint64_t WaveFileWriter::copyData(int source, uint64_t offset, uint64_t count) {
     return 0;
   }
   const int target = file_ ? fileno(file_) : descriptor_;
-  // A large copy is split in two halves copied side by side: memory copies
-  // in the kernel are what it costs, and the machine has two cores.
-  const uint64_t half = count >= kSplitCopySize ? count / 2 : count;
-  off_t secondIn = static_cast<off_t>(offset + half), secondOut = static_cast<off_t>(start + half);
-  bool secondFailed = false;
-  uint64_t secondCopied = 0;
-  std::thread second;
-  if (half < count) {
-#ifndef SORVANE_NO_THREADS
-    try {
-      second = std::thread([&] {
-        try {
-          secondCopied = bufferedCopy(source, &secondIn, target, &secondOut, count - half, &secondFailed);
-        } catch (const std::bad_alloc&) {
-          secondFailed = true;
-        }
-      });
-    } catch (const std::system_error&) {
-      secondCopied = bufferedCopy(source, &secondIn, target, &secondOut, count - half, &secondFailed);
-    }
-#endif
-  }
   off_t in = static_cast<off_t>(offset);
   off_t out = static_cast<off_t>(start);
-  uint64_t copied = bufferedCopy(source, &in, target, &out, half, &failed_);
-  if (second.joinable()) second.join();
-  if (secondFailed) failed_ = true;
-  // Whole pieces only: the second half counts when the first one is whole.
-  if (copied == half && half < count) {
-    copied += secondCopied;
-    out = secondOut;
-  }
+  const uint64_t copied = copyInHalves(source, &in, target, &out, count, &failed_);
   const bool moved = file_ ? fseeko(file_, out, SEEK_SET) == 0 : ::lseek(descriptor_, out, SEEK_SET) == out;
   if (!moved) failed_ = true;
   position_ = static_cast<uint64_t>(out);
