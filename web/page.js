@@ -52,7 +52,7 @@ function convert(file) {
     } else if (data.done) {
       $('cancel').hidden = true;
       showResult(data.done);
-      setState('done', file.name + ' converted in ' + ((performance.now() - started) / 1000).toFixed(2) + ' s.');
+      setState('done', file.name + ': done in ' + ((performance.now() - started) / 1000).toFixed(2) + ' s.');
     } else if (data.failed) {
       failed(data.failed);
     } else if (reply) {
@@ -66,7 +66,8 @@ function convert(file) {
 function showResult(done) {
   stem = done.stem;
   const files = done.files.filter((f) => !f.folder);
-  $('count').textContent = files.length + ', ' + sizeText(files.reduce((n, f) => n + f.size, 0));
+  $('count').textContent = files.length + ' files, ' + sizeText(files.reduce((n, f) => n + f.size, 0));
+  $('save').hidden = !files.length;
   const list = $('files');
   list.textContent = '';
   for (const file of files) {
