@@ -175,7 +175,9 @@ async function writeFolder(root) {
     const slash = entry.path.lastIndexOf('/');
     const folder = await folderOf(entry.path.slice(0, slash + 1));
     const out = await (await folder.getFileHandle(entry.path.slice(slash + 1), { create: true })).createWritable();
-    await out.write(entry.bytes || entry.blob);
+    // A few MB at a time: a large file is not copied whole on its way out.
+    if (entry.blob) await out.write(entry.blob);
+    else for (let at = 0; at < entry.bytes.length; at += ZIP_PIECE) await out.write(entry.bytes.subarray(at, at + ZIP_PIECE));
     await out.close();
     self.postMessage({ written: ++written, total: files });
   }
