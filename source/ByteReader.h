@@ -66,8 +66,11 @@ class ByteReader {
       maxLength = available;
     }
     const char* start = reinterpret_cast<const char*>(data_ + offset);
+    // maxLength fits in size_t now: it is at most the bytes in memory.
     const void* nul = std::memchr(start, 0, static_cast<size_t>(maxLength));
-    std::string text(start, nul ? static_cast<size_t>(static_cast<const char*>(nul) - start) : static_cast<size_t>(maxLength));
+    const size_t length =
+        nul ? static_cast<size_t>(static_cast<const char*>(nul) - start) : static_cast<size_t>(maxLength);
+    std::string text(start, length);
     replaceControlBytes(text, ' ');
     return text;
   }

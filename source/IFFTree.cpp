@@ -362,8 +362,10 @@ uint64_t IFFTree::IFF_READ(void* buffer, uint64_t itemSize, uint64_t count) {
     memoryPosition_ += bytes;
     return bytes;
   }
-  if (loadMethod == IFF_LOAD_STREAM && stream_) return std::fread(buffer, static_cast<size_t>(itemSize), static_cast<size_t>(count), stream_);
-  if (loadMethod == IFF_LOAD_VIRTUAL && virtualFile_) return virtualFile_->read(buffer, static_cast<size_t>(bytes)) / itemSize;
+  if (loadMethod == IFF_LOAD_STREAM && stream_)
+    return std::fread(buffer, static_cast<size_t>(itemSize), static_cast<size_t>(count), stream_);
+  if (loadMethod == IFF_LOAD_VIRTUAL && virtualFile_)
+    return virtualFile_->read(buffer, static_cast<size_t>(bytes)) / itemSize;
   return 0;
 }
 

@@ -1,6 +1,8 @@
 // The page: hands a picked or dropped bank to a worker that runs the
 // converter, shows its console as it goes, then the files it wrote, the
-// first SFZ file, and ways to save them. The state for tests and scripts:
+// first SFZ file, and ways to save them. The result stays in the worker
+// until the next bank; saving asks it for the zip a piece at a time, or has
+// it write into a folder. The state for tests and scripts:
 // document.body.dataset.state is "running", "done" or "failed".
 'use strict';
 
@@ -8,7 +10,8 @@ const $ = (id) => document.getElementById(id);
 const wasm = Uint8Array.from(atob(SORVANE_WASM_BASE64), (c) => c.charCodeAt(0));
 const workerUrl = URL.createObjectURL(new Blob([SORVANE_WORKER_SOURCE], { type: 'text/javascript' }));
 let worker = null;
-let result = null;  // { stem, entries, input }
+let stem = '';
+let reply = null;  // what waits for the worker's next answer about saving
 
 function setState(state, text) {
   document.body.dataset.state = state;
@@ -27,69 +30,78 @@ function stopWorker() {
   if (worker) worker.terminate();
   worker = null;
   $('cancel').hidden = true;
+  $('result').hidden = true;
 }
 
 function convert(file) {
   stopWorker();
-  result = null;
-  $('result').hidden = true;
   $('console').textContent = '';
   $('saved').textContent = '';
   setState('running', 'Converting ' + file.name + ' (' + sizeText(file.size) + ')…');
   const decoder = new TextDecoder();
   const started = performance.now();
+  const failed = (why) => {
+    stopWorker();
+    setState('failed', 'The conversion of ' + file.name + ' ended abnormally: ' + why);
+  };
   worker = new Worker(workerUrl);
   $('cancel').hidden = false;
   worker.onmessage = ({ data }) => {
     if (data.console) {
       $('console').append(decoder.decode(data.console, { stream: true }));
-      return;
+    } else if (data.done) {
+      $('cancel').hidden = true;
+      showResult(data.done);
+      setState('done', file.name + ': done in ' + ((performance.now() - started) / 1000).toFixed(2) + ' s.');
+    } else if (data.failed) {
+      failed(data.failed);
+    } else if (reply) {
+      reply(data);
     }
-    stopWorker();
-    if (data.failed) {
-      setState('failed', 'The conversion of ' + file.name + ' ended abnormally: ' + data.failed);
-      return;
-    }
-    const seconds = ((performance.now() - started) / 1000).toFixed(2);
-    showResult(file, data.done);
-    setState('done', file.name + ' converted in ' + seconds + ' s.');
   };
-  worker.onerror = (event) => {
-    stopWorker();
-    setState('failed', 'The conversion of ' + file.name + ' ended abnormally: ' + (event.message || 'error'));
-  };
-  worker.postMessage({ file, wasm });
+  worker.onerror = (event) => failed(event.message || 'error');
+  worker.postMessage({ convert: { file, wasm } });
 }
 
-function showResult(file, done) {
-  const entries = done.files.map((f) => f.folder ? f : { path: f.path, bytes: new Uint8Array(f.buffer, 0, f.size) });
-  // An ACID loop's SFZ file plays the loop by its file name, from its own
-  // folder: the loop goes into the result beside it.
-  if (/\.wav$/i.test(file.name) && entries.some((e) => e.path === done.stem + '/' + done.stem + '.sfz'))
-    entries.push({ path: done.stem + '/' + file.name, blob: file, input: true });
-  result = { stem: done.stem, entries };
-  const files = entries.filter((e) => !e.folder);
-  const size = (e) => e.bytes ? e.bytes.length : e.blob.size;
-  $('count').textContent = files.length + ', ' + sizeText(files.reduce((n, e) => n + size(e), 0));
+function showResult(done) {
+  stem = done.stem;
+  const files = done.files.filter((f) => !f.folder);
+  $('count').textContent = files.length + ' files, ' + sizeText(files.reduce((n, f) => n + f.size, 0));
+  $('save').hidden = !files.length;
   const list = $('files');
   list.textContent = '';
-  for (const entry of files) {
+  for (const file of files) {
     const item = document.createElement('li');
-    item.textContent = entry.path + '  (' + sizeText(size(entry)) + ')' +
-      (entry.input ? '  your loop, which the SFZ file plays' : '');
+    item.textContent = file.path + '  (' + sizeText(file.size) + ')' + (file.input ? '  your loop, which the SFZ file plays' : '');
     list.append(item);
   }
-  const first = entries.find((e) => e.bytes && e.path === done.first);
-  $('first-name').textContent = first ? first.path : 'none';
-  $('first').textContent = first ? new TextDecoder().decode(first.bytes) : '';
+  $('first-name').textContent = done.first || 'none';
+  $('first').textContent = done.firstText;
   $('folder').hidden = !window.showDirectoryPicker;
   $('result').hidden = false;
 }
 
+// The worker's answers about saving, one at a time.
+function ask(message, onProgress) {
+  return new Promise((resolve, reject) => {
+    reply = (data) => {
+      if (data.written && onProgress) return onProgress(data);
+      reply = null;
+      if (data.saveFailed) reject(new Error(data.saveFailed));
+      else resolve(data);
+    };
+    worker.postMessage(message);
+  });
+}
+
 async function downloadZip() {
-  const name = result.stem + '.zip';
+  const name = stem + '.zip';
   $('saved').textContent = 'Making ' + name + '…';
-  const blob = await new Response(ZIP.zipStream(result.entries)).blob();
+  // Pieces become blobs as they come, which the browser may keep on disk.
+  const parts = [];
+  for (let data = await ask({ zip: true }); !data.zipEnd; data = await ask({ zipNext: true }))
+    parts.push(new Blob([data.zipPiece]));
+  const blob = new Blob(parts, { type: 'application/zip' });
   const link = document.createElement('a');
   link.href = URL.createObjectURL(blob);
   link.download = name;
@@ -104,26 +116,9 @@ async function downloadZip() {
 // folder the user picks, as the command-line program writes it.
 async function writeIntoFolder() {
   const root = await window.showDirectoryPicker({ mode: 'readwrite' });
-  const folderOf = async (path) => {
-    let folder = root;
-    for (const part of path.split('/').filter(Boolean)) folder = await folder.getDirectoryHandle(part, { create: true });
-    return folder;
-  };
-  let written = 0;
-  for (const entry of result.entries) {
-    if (entry.folder) {
-      await folderOf(entry.path);
-      continue;
-    }
-    const slash = entry.path.lastIndexOf('/');
-    const folder = await folderOf(entry.path.slice(0, slash + 1));
-    const handle = await folder.getFileHandle(entry.path.slice(slash + 1), { create: true });
-    const out = await handle.createWritable();
-    await out.write(entry.bytes || entry.blob);
-    await out.close();
-    $('saved').textContent = ++written + ' files written into ' + root.name + '…';
-  }
-  $('saved').textContent = written + ' files written into ' + root.name + '.';
+  const progress = (data) => { $('saved').textContent = data.written + ' of ' + data.total + ' files written…'; };
+  const done = await ask({ folder: root }, progress);
+  $('saved').textContent = done.folderDone + ' files written into ' + root.name + '.';
 }
 
 function reportSaveError(error) {

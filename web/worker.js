@@ -1,13 +1,26 @@
-// One conversion, in a worker of its own (appended to the module's loader).
-// The dropped file is mounted read-only, the program runs on it exactly as on
-// the command line, in a folder in memory, and everything it wrote goes back
-// to the page. Message in: { file, wasm }. Messages out: { console: bytes }
-// as the program prints, then { done: { status, first, files } } or
-// { failed: text }.
+// One conversion, in a worker of its own (appended to the module's loader
+// and the zip writer). The dropped file is mounted read-only, the program
+// runs on it exactly as on the command line, in a folder in memory, and the
+// result stays here until the page is done with it: the zip is made here a
+// piece at a time, and a folder the user picked is written from here, so
+// that the result is never copied whole.
+//
+// Messages in, in this order:
+//   { convert: { file, wasm } }   then any number of
+//   { zip: true } (starts the archive), { zipNext: true } (each piece after)
+//   { folder: handle }            (writes the result into that folder)
+// Messages out: { console: bytes } as the program prints, then
+// { done: { status, stem, first, firstText, files } } or { failed: text };
+// { zipPiece: bytes } or { zipEnd: true }; { written: count, total } for a
+// folder, then { folderDone: count } or { saveFailed: text }.
 'use strict';
 
 const WORK = '/sorvane';
 const RESULTS = 'results.txt';
+const LARGE_FILE = 16 << 20;
+const ZIP_PIECE = 4 << 20;
+
+let result = null;  // { entries, pieces }
 
 // The console's bytes, passed on at least every 50 ms so that the page shows
 // the conversion's progress as it goes.
@@ -26,15 +39,13 @@ function consoleSink() {
   return { put, flush };
 }
 
-const LARGE_FILE = 16 << 20;
-
-// Storage left unused at the end of a file, when much of it is, goes.
+// A file's bytes (the file system keeps some as signed bytes); storage left
+// unused at its end, when much of it is, goes.
 function trimmed(node) {
   const bytes = node.contents;
-  if (bytes instanceof Uint8Array && (bytes.byteOffset !== 0 ||
-      bytes.buffer.byteLength - node.usedBytes > Math.max(node.usedBytes / 16, 1 << 16)))
-    node.contents = bytes.slice(0, node.usedBytes);
-  return node.contents || new Uint8Array(0);
+  if (!ArrayBuffer.isView(bytes)) return new Uint8Array(0);
+  if (bytes.length - node.usedBytes > Math.max(node.usedBytes / 16, 1 << 16)) node.contents = bytes.slice(0, node.usedBytes);
+  return new Uint8Array(node.contents.buffer, node.contents.byteOffset, node.usedBytes);
 }
 
 // A file being written grows by doubling while small. One that passes 16 MB
@@ -55,44 +66,29 @@ function growFiles(FS, inputSize) {
   };
   const close = FS.close;
   FS.close = (stream) => {
-    if (FS.isFile(stream.node.mode) && stream.node.contents instanceof Uint8Array) trimmed(stream.node);
+    if (FS.isFile(stream.node.mode)) trimmed(stream.node);
     return close(stream);
   };
 }
 
 // Every file and folder below the working folder but the input and the
-// results file, as paths relative to it; file bytes are handed over without
-// a copy.
+// results file, as paths relative to it, in the zip writer's form.
 function collect(FS, inputName) {
-  const entries = [], transfer = [];
+  const entries = [];
   const walk = (folder, prefix) => {
     for (const name of FS.readdir(folder).sort()) {
-      if (name === '.' || name === '..') continue;
-      if (!prefix && (name === inputName || name === RESULTS)) continue;
-      const path = prefix + name;
+      if (name === '.' || name === '..' || (!prefix && (name === inputName || name === RESULTS))) continue;
       const node = FS.lookupPath(folder + '/' + name).node;
       if (FS.isDir(node.mode)) {
-        entries.push({ path, folder: true });
-        walk(folder + '/' + name, path + '/');
-        continue;
+        entries.push({ path: prefix + name, folder: true });
+        walk(folder + '/' + name, prefix + name + '/');
+      } else {
+        entries.push({ path: prefix + name, bytes: trimmed(node) });
       }
-      const size = node.usedBytes || 0;
-      const bytes = trimmed(node);
-      node.contents = null;
-      entries.push({ path, buffer: bytes.buffer, size });
-      transfer.push(bytes.buffer);
     }
   };
   walk(WORK, '');
-  return { entries, transfer };
-}
-
-function readText(FS, path) {
-  try {
-    return FS.readFile(path, { encoding: 'utf8' });
-  } catch (error) {
-    return '';
-  }
+  return entries;
 }
 
 async function convert(file, wasm) {
@@ -125,15 +121,75 @@ async function convert(file, wasm) {
     aborted = aborted || String(error);
   }
   sink.flush();
-  if (aborted) {
-    self.postMessage({ failed: aborted });
-    return;
-  }
-  const first = readText(FS, RESULTS);
-  const { entries, transfer } = collect(FS, name);
-  self.postMessage({ done: { status, first, stem, files: entries } }, transfer);
+  if (aborted) return self.postMessage({ failed: aborted });
+  let first = '';
+  try {
+    first = FS.readFile(RESULTS, { encoding: 'utf8' });
+  } catch (error) {}
+  const entries = collect(FS, name);
+  // An ACID loop's SFZ file plays the loop by its file name, from its own
+  // folder: the loop goes into the result beside it.
+  if (/\.wav$/i.test(name) && entries.some((e) => e.path === `${stem}/${stem}.sfz`))
+    entries.push({ path: `${stem}/${name}`, blob: file, input: true });
+  result = { entries, pieces: null };
+  const firstEntry = entries.find((e) => e.bytes && e.path === first);
+  self.postMessage({ done: {
+    status, stem, first: firstEntry ? first : '',
+    firstText: firstEntry ? new TextDecoder().decode(firstEntry.bytes) : '',
+    files: entries.map((e) => e.folder ? { path: e.path, folder: true }
+                                       : { path: e.path, size: e.bytes ? e.bytes.length : e.blob.size, input: !!e.input }),
+  } });
 }
 
-self.onmessage = (event) => {
-  convert(event.data.file, event.data.wasm).catch((error) => self.postMessage({ failed: String(error) }));
+// The next few MB of the archive, copied out of the files they come from
+// (a view into a file would be cloned whole).
+async function nextZipPiece(start) {
+  if (start) result.pieces = ZIP.zipPieces(result.entries);
+  const pieces = [];
+  let size = 0;
+  while (size < ZIP_PIECE) {
+    const { value, done } = await result.pieces.next();
+    if (done) break;
+    pieces.push(value);
+    size += value.length;
+  }
+  if (!size) return self.postMessage({ zipEnd: true });
+  const piece = new Uint8Array(size);
+  for (let at = 0, i = 0; i < pieces.length; at += pieces[i++].length) piece.set(pieces[i], at);
+  self.postMessage({ zipPiece: piece }, [piece.buffer]);
+}
+
+async function writeFolder(root) {
+  const folderOf = async (path) => {
+    let folder = root;
+    for (const part of path.split('/').filter(Boolean)) folder = await folder.getDirectoryHandle(part, { create: true });
+    return folder;
+  };
+  const files = result.entries.filter((e) => !e.folder).length;
+  let written = 0;
+  for (const entry of result.entries) {
+    if (entry.folder) {
+      await folderOf(entry.path);
+      continue;
+    }
+    const slash = entry.path.lastIndexOf('/');
+    const folder = await folderOf(entry.path.slice(0, slash + 1));
+    const out = await (await folder.getFileHandle(entry.path.slice(slash + 1), { create: true })).createWritable();
+    // A few MB at a time: a large file is not copied whole on its way out.
+    if (entry.blob) await out.write(entry.blob);
+    else for (let at = 0; at < entry.bytes.length; at += ZIP_PIECE) await out.write(entry.bytes.subarray(at, at + ZIP_PIECE));
+    await out.close();
+    self.postMessage({ written: ++written, total: files });
+  }
+  self.postMessage({ folderDone: written });
+}
+
+self.onmessage = ({ data }) => {
+  if (data.convert) {
+    convert(data.convert.file, data.convert.wasm).catch((error) => self.postMessage({ failed: String(error) }));
+  } else if (data.zip || data.zipNext) {
+    nextZipPiece(!!data.zip).catch((error) => self.postMessage({ saveFailed: String(error) }));
+  } else if (data.folder) {
+    writeFolder(data.folder).catch((error) => self.postMessage({ saveFailed: String(error) }));
+  }
 };

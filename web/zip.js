@@ -117,19 +117,7 @@ const ZIP = (() => {
     yield end.bytes;
   }
 
-  // The archive as a stream, for a Blob or a file being written.
-  function zipStream(entries, options) {
-    const pieces = zipPieces(entries, options);
-    return new ReadableStream({
-      async pull(controller) {
-        const { value, done } = await pieces.next();
-        if (done) controller.close();
-        else controller.enqueue(value);
-      },
-    });
-  }
-
-  return { crc32, zipPieces, zipStream };
+  return { crc32, zipPieces };
 })();
 
 if (typeof module !== 'undefined') module.exports = ZIP;

@@ -61,12 +61,16 @@ function memory() {
   return { total, renderer };
 }
 
-async function measured(action) {
+async function measured(action, page) {
   const peak = { total: 0, renderer: 0 };
+  let ticks = 0;
   const timer = setInterval(() => {
     const now = memory();
     peak.total = Math.max(peak.total, now.total);
     peak.renderer = Math.max(peak.renderer, now.renderer);
+    if (++ticks % 100 === 0)
+      page.evaluate(() => document.getElementById('status').textContent + ' ' + document.getElementById('saved').textContent)
+        .then((text) => console.error(`  ${ticks / 10} s, renderer ${now.renderer.toFixed(0)} MB: ${text}`), () => {});
   }, 100);
   const started = Date.now();
   await action();
@@ -74,7 +78,10 @@ async function measured(action) {
   return { seconds: (Date.now() - started) / 1000, peak };
 }
 
-const browser = await chromium.launch({
+// A profile of its own, as a user's: a private window's blobs may not be
+// kept on disk, which caps a zip at the blob memory.
+const browser = await chromium.launchPersistentContext(newFolder('profile'), {
+  acceptDownloads: true,
   executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
   args: ['--no-sandbox', '--disable-gpu', '--no-first-run', '--disable-background-networking',
          '--disable-component-update', '--disable-sync'],
@@ -85,18 +92,20 @@ for (const size of process.argv.slice(2).map(Number)) {
   const folder = newFolder('measure');
   const bank = size ? join(folder, `large${size}.sf2`) : fluid;
   if (size) largeBank(size * 1e6, bank);
-  const page = await browser.newPage({ acceptDownloads: true });
+  const page = await browser.newPage();
   await page.goto(pathToFileURL(join(webBuild, 'page/index.html')).href);
   const conversion = await measured(async () => {
     await page.setInputFiles('#pick', bank);
     await page.waitForFunction(() => ['done', 'failed'].includes(document.body.dataset.state), null, { timeout: 0 });
-  });
+  }, page);
   const state = (await page.textContent('#status')) + ' ' + (await page.textContent('#count')) + ' | ' +
     (await page.textContent('#console')).trim().split('\n').pop();
+  const converted = await page.evaluate(() => document.body.dataset.state === 'done');
   const zip = await measured(async () => {
+    if (!converted) return;
     const [download] = await Promise.all([page.waitForEvent('download', { timeout: 0 }), page.click('#zip')]);
     await download.saveAs(join(folder, 'result.zip'));
-  });
+  }, page);
   console.log(`${mb(statSync(bank).size / 1e6)} ${conversion.seconds.toFixed(1).padStart(10)}` +
     ` ${mb(conversion.peak.renderer).padStart(12)} ${mb(conversion.peak.total).padStart(11)}` +
     ` ${zip.seconds.toFixed(1).padStart(8)} ${mb(zip.peak.renderer).padStart(12)} ${mb(zip.peak.total).padStart(11)}  ${state}`);
