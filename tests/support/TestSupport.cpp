@@ -1,6 +1,7 @@
 #include "tests/support/TestSupport.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sndfile.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -16,6 +17,8 @@
 #include <regex>
 #include <thread>
 #include <stdexcept>
+
+#include "source/Diagnostics.h"
 
 namespace testsupport {
 
@@ -111,7 +114,17 @@ RunResult runSorvane(const std::vector<std::string>& arguments, const RunLimits&
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   result.err = readFile(errPath);
+  expectDocumentedConsole(result.out);
   return result;
+}
+
+void expectDocumentedConsole(const std::string& console) {
+  std::istringstream lines(console);
+  for (std::string line; std::getline(lines, line);) {
+    const bool frame = line.empty() || line[0] == '*' || line.rfind("input       :", 0) == 0 ||
+                       line.rfind("output path :", 0) == 0 || line.rfind("resultinfo  :", 0) == 0;
+    if (!frame && !tolvin::findDiagnostic(line)) ADD_FAILURE() << "no diagnostics row for the console line: " << line;
+  }
 }
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }

@@ -57,6 +57,12 @@ bool exists(const std::string& path);
 // Names of the entries of a folder, sorted; empty when it cannot be read.
 std::vector<std::string> listDir(const std::string& path);
 
+// Fails the running test for each console line that is neither part of the
+// frame (banner, usage box, echo of the arguments, empty line) nor a message
+// with a row in the diagnostics table: every message a test provokes must
+// be documented.
+void expectDocumentedConsole(const std::string& console);
+
 // Runs `body` in-process with standard output captured; returns what it printed.
 template <typename Body>
 std::string captureStdout(Body body) {
@@ -69,6 +75,7 @@ std::string captureStdout(Body body) {
     throw;
   }
   std::cout.rdbuf(previous);
+  expectDocumentedConsole(captured.str());
   return captured.str();
 }
 
