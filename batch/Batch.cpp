@@ -80,7 +80,7 @@ class Batch {
  public:
   Batch(const Options& options, std::string converter, std::string version)
       : options_(options), converter_(std::move(converter)), version_(std::move(version)),
-        workingFolder_(currentFolder()) {}
+        workingFolder_(currentFolder()), outputFolder_(withoutTrailingSlashes(options.outputFolder)) {}
   int run();
 
  private:
@@ -93,10 +93,11 @@ class Batch {
   void finish(const Job& job, int status);
   void failed(Record& record, const Input& input, const std::string& error);
   void report(const Record& record, const Input& input);
+  void discard(const Job& job) const;
   Stamp stampOf(const Input& input) const { return Stamp{input.size, input.modified, version_}; }
 
   const Options& options_;
-  const std::string converter_, version_, workingFolder_;
+  const std::string converter_, version_, workingFolder_, outputFolder_;
   sigset_t original_, stopSet_, waitSet_;
   std::vector<Input> inputs_;
   std::vector<Job> jobs_;
@@ -163,6 +164,13 @@ void Batch::report(const Record& record, const Input& input) {
   json_.add(record);
 }
 
+// A staging folder that will not be swapped in goes, and with it the
+// folders made for it, unless an earlier conversion is there.
+void Batch::discard(const Job& job) const {
+  removeTree(job.staging);
+  if (!isFolder(job.final)) removeEmptyParents(job.final, outputFolder_);
+}
+
 void Batch::failed(Record& record, const Input& input, const std::string& error) {
   record.outcome = Outcome::kFailed;
   record.errors.insert(record.errors.begin(), "sorvane-batch: " + error);
@@ -175,7 +183,7 @@ void Batch::start(const Input& input) {
   if (!input.problem.empty()) return failed(record, input, input.problem);
   Job job;
   job.input = &input;
-  job.final = options_.outputFolder + "/" + input.relative;
+  job.final = outputFolder_ + "/" + input.relative;
   Stamp stamp;
   if (!options_.force && readStamp(job.final, stamp) && stamp == stampOf(input)) {
     record.outcome = Outcome::kUpToDate;
@@ -189,20 +197,23 @@ void Batch::start(const Input& input) {
                 std::to_string(::getpid());
   removeTree(job.staging);
   std::string error;
-  if (!makeFolders(job.staging, error)) return failed(record, input, error);
+  if (!makeFolders(job.staging, error)) {
+    discard(job);
+    return failed(record, input, error);
+  }
   std::string argument = input.path[0] == '/' ? input.path : workingFolder_ + "/" + input.path;
   if (convertsFromCopy(input.path)) {
     job.copied = tolvin::getFileFromPath(input.path);
     argument = job.copied;
     if (!linkOrCopy(input.path, job.staging + "/" + job.copied, error)) {
-      removeTree(job.staging);
+      discard(job);
       return failed(record, input, error);
     }
   }
   job.start = Clock::now();
   job.pid = startConversion(converter_, job.staging, argument, original_);
   if (job.pid < 0) {
-    removeTree(job.staging);
+    discard(job);
     return failed(record, input, std::string("cannot start the converter: ") + std::strerror(errno));
   }
   jobs_.push_back(std::move(job));
@@ -215,7 +226,7 @@ void Batch::finish(const Job& job, int status) {
   record.seconds = std::chrono::duration<double>(Clock::now() - job.start).count();
   const bool endedNormally = WIFEXITED(status) && WEXITSTATUS(status) == 0;
   if (stopSignal_ && !endedNormally) {
-    removeTree(job.staging);
+    discard(job);
     record.outcome = Outcome::kCancelled;
     return report(record, input);
   }
@@ -242,7 +253,7 @@ void Batch::finish(const Job& job, int status) {
     }
   }
   // An earlier conversion in the final folder stays as it was.
-  removeTree(job.staging);
+  discard(job);
   record.keptEarlier = isFolder(job.final);
   if (record.keptEarlier) record.output = job.final;
   if (!error.empty()) return failed(record, input, error);
@@ -256,7 +267,7 @@ int Batch::run() {
     return 2;
   }
   blockSignals();
-  inputs_ = findInputs(options_.inputs, options_.outputFolder, [this] { return pollStop(); });
+  inputs_ = findInputs(options_.inputs, outputFolder_, [this] { return pollStop(); });
   settleNames(inputs_);
   keepShard(inputs_, options_.shard, options_.shardCount);
   sortLargestFirst(inputs_);

@@ -21,8 +21,8 @@ enum class Outcome {
 const char* outcomeName(Outcome outcome);
 
 struct ConsoleReport {
-  static const size_t kKeptLines = 100;
-  static const size_t kLineLength = 1000;
+  static constexpr size_t kKeptLines = 100;
+  static constexpr size_t kLineLength = 1000;
   std::vector<std::string> errors, warnings;  // the first kKeptLines of each, cut at kLineLength bytes
   size_t errorCount = 0, warningCount = 0;
   bool stopped = false;  // a "Conversion stopped" line: the run ended early

@@ -100,6 +100,11 @@ void searchFolder(const std::string& root, const struct stat& skip, const std::f
 
 }  // namespace
 
+std::string withoutTrailingSlashes(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
 std::string lowerExtension(std::string_view name) {
   const size_t dot = name.rfind('.');
   std::string extension;
@@ -118,11 +123,11 @@ std::vector<Input> findInputs(const std::vector<std::string>& arguments, const s
   struct stat skip {};
   if (::stat(skipFolder.c_str(), &skip) != 0) skip.st_ino = 0, skip.st_dev = 0;
   std::vector<Input> inputs;
-  for (std::string argument : arguments) {
-    while (argument.size() > 1 && argument.back() == '/') argument.pop_back();
+  for (const std::string& given : arguments) {
+    const std::string argument = withoutTrailingSlashes(given);
     struct stat info;
     if (::stat(argument.c_str(), &info) != 0) {
-      inputs.push_back(problemInput(argument, tolvin::getFileFromPath(argument), std::strerror(errno)));
+      inputs.push_back(problemInput(argument, tolvin::getFileFromPath(argument), "cannot read: " + std::string(std::strerror(errno))));
     } else if (S_ISDIR(info.st_mode)) {
       searchFolder(argument, skip, stop, inputs);
     } else if (S_ISREG(info.st_mode)) {

@@ -22,6 +22,8 @@ struct Input {
   std::string problem;   // why it cannot be converted at all; empty when it can
 };
 
+// "a/b//" as "a/b"; "/" stays.
+std::string withoutTrailingSlashes(std::string path);
 // The lower-cased text after the last "." of a file name ("" without one).
 std::string lowerExtension(std::string_view name);
 // Whether the converter reads files of this name (by its extension).

@@ -10,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "source/PlatformTools.h"
+
 namespace batch {
 
 namespace fs = std::filesystem;
@@ -67,6 +69,12 @@ bool makeFolders(const std::string& path, std::string& error) {
 void removeTree(const std::string& path) {
   std::error_code ignored;
   fs::remove_all(path, ignored);
+}
+
+void removeEmptyParents(const std::string& path, const std::string& top) {
+  // Only folders below `top`, whose paths are longer.
+  for (std::string folder = path; (folder = tolvin::getPathFromFile(folder)).size() > top.size();)
+    if (::rmdir(folder.c_str()) != 0) break;
 }
 
 bool linkOrCopy(const std::string& from, const std::string& to, std::string& error) {

@@ -30,6 +30,8 @@ bool readStamp(const std::string& folder, Stamp& stamp);
 bool makeFolders(const std::string& path, std::string& error);
 // Removes `path` and everything below it, following no link; quiet.
 void removeTree(const std::string& path);
+// Removes the empty folders above `path` up to `top` (not included).
+void removeEmptyParents(const std::string& path, const std::string& top);
 // A hard link to `from` (a link followed) named `to`, or a copy where no
 // link can be made (another file system, a system that forbids it).
 bool linkOrCopy(const std::string& from, const std::string& to, std::string& error);

@@ -86,8 +86,8 @@ void Reporter::summary(int signal, size_t notStarted) {
   if (lineShown_) std::fputs("\r\033[K", out_);
   const double elapsed = std::chrono::duration<double>(Clock::now() - start_).count();
   const auto count = [&](Outcome outcome) { return counts_[static_cast<size_t>(outcome)]; };
-  std::fprintf(out_, "sorvane-batch: %zu inputs in %.1f s: %zu converted, %zu with warnings, %zu failed, %zu up to date",
-               inputs_, elapsed, count(Outcome::kConverted), count(Outcome::kWarnings), count(Outcome::kFailed),
+  std::fprintf(out_, "sorvane-batch: %zu input%s in %.1f s: %zu converted, %zu with warnings, %zu failed, %zu up to date",
+               inputs_, inputs_ == 1 ? "" : "s", elapsed, count(Outcome::kConverted), count(Outcome::kWarnings), count(Outcome::kFailed),
                count(Outcome::kUpToDate));
   if (signal) {
     std::fprintf(out_, ", %zu cancelled, %zu not started (stopped by %s)", count(Outcome::kCancelled), notStarted,
