@@ -1,5 +1,5 @@
 # Shared by the packaging tests (sourced): failing with a message, a scratch
-# folder removed on exit, and a conversion of a shipped demo input by a
+# folder removed on exit, manual pages linted and rendered, and a conversion of a shipped demo input by a
 # shipped program.
 
 fail() {
@@ -9,6 +9,25 @@ fail() {
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
+
+# Fails unless the manual PAGE lints clean with both mandoc and groff.
+# mandoc also compares cross references with the machine's manual database;
+# complaints that the database is stale, or lacks a page this one names,
+# say nothing about the page. Naming the system in .Os is a style note meant
+# for the BSDs' own pages.
+lint_page() {
+  local lint
+  lint=$(mandoc -Tlint "$1" 2>&1 | grep -v -e 'outdated mandoc.db' -e 'operating system explicitly specified' \
+                                          -e 'referenced manual not found' || true)
+  [ -z "$lint" ] || fail "mandoc -Tlint $1:
+$lint"
+  lint=$(groff -ww -z -mandoc "$1" 2>&1)
+  [ -z "$lint" ] || fail "groff -ww $1:
+$lint"
+}
+
+# The manual PAGE as man shows it on an 80-column terminal, in plain text.
+render_page() { MANWIDTH=80 man -l "$1" 2>/dev/null | col -b; }
 
 # Runs PROGRAM on EXAMPLES/INPUT into a fresh folder under the scratch
 # folder and checks the banner's version, the console (nothing after the
@@ -33,4 +52,20 @@ $(tail -n +8 <<<"$console")"
   first=$(cat "$scratch/first-$3.txt" 2>/dev/null) || fail "no results file for $3"
   [ -f "$first" ] || fail "the results file of $3 names a missing file: $first"
   case "$first" in *.sfz) ;; *) fail "the results file of $3 names no SFZ file: $first" ;; esac
+}
+
+# Runs the batch PROGRAM over the EXAMPLES folder and checks that every demo
+# input converted into a folder of its own, whose results file names an
+# existing SFZ file, and that nothing was written beside the inputs (the
+# song is split inside its folder).
+#   batch_demos PROGRAM EXAMPLES
+batch_demos() {
+  local program=$1 examples=$2 out="$scratch/batch" before demo first
+  before=$(ls -A "$examples")
+  "$program" -q -o "$out" "$examples" 2>"$scratch/batch.err" || fail "$program exited with $?: $(cat "$scratch/batch.err")"
+  for demo in demo.sf2 demo_loop.wav demo_collection.dls demo_song.rmi; do
+    first=$(cat "$out/$demo/results.txt" 2>/dev/null) || fail "$program left no results file for $demo"
+    [ -f "$out/$demo/$first" ] || fail "the results file of $demo names a missing file: $first"
+  done
+  [ "$(ls -A "$examples")" = "$before" ] || fail "$program wrote beside its inputs: $(ls -A "$examples")"
 }

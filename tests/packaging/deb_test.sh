@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The Debian package built by cpack: named and labelled for this machine's
 # architecture, described, depending on the C and C++ runtimes only, holding
-# the program, the manual page and the documentation; the packaged program,
-# extracted, converts the packaged demo bank.
+# the programs, their manual pages, the batch completion and the
+# documentation; the packaged program, extracted, converts the packaged demo
+# bank, and the packaged batch program every packaged demo input.
 #   deb_test.sh BUILD_FOLDER VERSION
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
@@ -29,7 +30,8 @@ done
 
 contents=$(dpkg-deb -c "$deb")
 for file in ./usr/bin/sorvane ./usr/share/man/man1/sorvane.1 ./usr/share/doc/sorvane/README.md \
-            ./usr/share/doc/sorvane/examples/demo.sf2; do
+            ./usr/share/doc/sorvane/examples/demo.sf2 ./usr/bin/sorvane-batch ./usr/share/man/man1/sorvane-batch.1 \
+            ./usr/share/bash-completion/completions/sorvane-batch; do
   grep -q " $file\$" <<<"$contents" || fail "$file missing from the package"
 done
 
@@ -37,4 +39,5 @@ dpkg-deb -x "$deb" "$scratch/root"
 convert_demo "$scratch/root/usr/bin/sorvane" "$scratch/root/usr/share/doc/sorvane/examples" demo.sf2 "$version" 5 \
   "Extracting smpl to wav file...
 Extracting smpl to wav file... DONE!"
+batch_demos "$scratch/root/usr/bin/sorvane-batch" "$scratch/root/usr/share/doc/sorvane/examples"
 echo "package $(basename "$deb") clean"
