@@ -41,7 +41,9 @@ Reporter::Reporter(std::FILE* out, Mode mode, size_t inputs, uint64_t bytes)
 
 void Reporter::finished(const Record& record, uint64_t inputBytes) {
   ++done_;
-  bytesDone_ += inputBytes;
+  // Inputs up to date take no time: the rate and the time left count the others.
+  if (record.outcome == Outcome::kUpToDate) bytes_ -= inputBytes;
+  else bytesDone_ += inputBytes;
   ++counts_[static_cast<size_t>(record.outcome)];
   std::string detail;
   if (record.outcome == Outcome::kFailed) {

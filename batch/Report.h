@@ -35,7 +35,7 @@ class Reporter {
   std::FILE* out_;
   Mode mode_;
   size_t inputs_, done_ = 0;
-  uint64_t bytes_, bytesDone_ = 0;
+  uint64_t bytes_, bytesDone_ = 0;  // of the inputs not up to date
   size_t counts_[5] = {};
   std::vector<std::string> failures_;  // "input: first error line"
   Clock::time_point start_ = Clock::now(), drawn_;
