@@ -249,7 +249,7 @@ void ACIDConverter::snapToZeroCrossings(std::vector<uint64_t>& slices, const IFF
       reported = true;
       continue;
     }
-    auto at = [&](uint64_t frame) { return magnitude[frame - first]; };
+    auto at = [&](uint64_t frame) { return magnitude[static_cast<size_t>(frame - first)]; };
     double best = at(p);
     uint64_t chosen = p;
     if (back)

@@ -99,12 +99,12 @@ void DLSConverter::parseAudioInfo(const IFFTreeNode* container) {
   const uint32_t count = reader.u32(4);
   const uint64_t fitting = (reader.size() - kPtblHeaderSize) / 4;
   const uint64_t usable = count < fitting ? count : fitting;
-  cueWave_.assign(usable, kNoWave);
+  cueWave_.assign(static_cast<size_t>(usable), kNoWave);
   for (uint64_t i = 0; i < usable; ++i) {
     const uint32_t offset = reader.u32(kPtblHeaderSize + 4 * i);
     auto found = waveByOffset.find(offset);
     if (found != waveByOffset.end()) {
-      cueWave_[i] = found->second;
+      cueWave_[static_cast<size_t>(i)] = found->second;
       ++cuesFound_;
     } else {
       std::cout << "missing pool table ffset reference:0x" << tolvin::hexText(offset) << "\n";

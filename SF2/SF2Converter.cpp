@@ -3,6 +3,8 @@
 // instruments. Generators, modulators and samples have their own files.
 #include "SF2/SF2Converter.h"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <iostream>
 
@@ -40,6 +42,18 @@ const uint64_t kAheadTextLimit = 32u << 20;
 // Each preset waiting holds its bank folder open: a bank of many banks
 // writes the rest in turn rather than run out of descriptors.
 const size_t kAheadFolderLimit = 64;
+
+// Presets written ahead that may wait with their files open: a quarter of
+// the descriptors the process may have, at most 256. The others wait closed,
+// under temporary names.
+size_t heldOpenLimit() {
+  static const size_t limit = [] {
+    struct rlimit descriptors;
+    if (::getrlimit(RLIMIT_NOFILE, &descriptors) != 0 || descriptors.rlim_cur == RLIM_INFINITY) return size_t(256);
+    return std::min<size_t>(256, static_cast<size_t>(descriptors.rlim_cur / 4));
+  }();
+  return limit;
+}
 
 // Sends console lines to `text` for as long as it lives.
 class ConsoleHold {
@@ -261,6 +275,7 @@ void SF2Converter::convertAhead(const PoolCopy& pool, std::vector<HeldPreset>& h
   // The first preset always goes this way, so that every run takes it as
   // well as the direct one.
   uint64_t aheadBytes = 0;
+  size_t heldOpen = 0;
   for (uint64_t i = 0; i + 1 < phdr_.count && !bankStopped_ && aheadBytes <= kAheadTextLimit &&
                        tolvin::OpenFolder::openCount() < kAheadFolderLimit && (i == 0 || !pool.finished());
        ++i) {
@@ -278,12 +293,11 @@ void SF2Converter::convertAhead(const PoolCopy& pool, std::vector<HeldPreset>& h
     aheadBytes += presetText_.size();
     if (aheadBytes > kAheadTextLimit) {
       preset.text = presetText_;  // the last one: written once the pool is whole
-    } else {
-      preset.file->write(presetText_);
-      if (!preset.file->finish()) {
-        reportUnwritten(path);
-        preset.file.reset();
-      }
+    } else if (preset.file->write(presetText_) && heldOpen < heldOpenLimit()) {
+      ++heldOpen;  // stays open, and unnamed where it can: nothing a killed run could leave
+    } else if (!preset.file->finish()) {
+      reportUnwritten(path);
+      preset.file.reset();
     }
   }
 }
@@ -323,7 +337,7 @@ bool SF2Converter::spendWork(uint64_t records) {
 
 // ---------------------------------------------------------------- presets
 
-void SF2Converter::process_phdr(unsigned long preset) {
+void SF2Converter::process_phdr(uint64_t preset) {
   const std::string path = beginPreset(preset);
   if (path.empty()) return;
   tolvin::OutputFile file(path, output_);
@@ -333,7 +347,7 @@ void SF2Converter::process_phdr(unsigned long preset) {
   writePresetFile(file, presetText_);
 }
 
-std::string SF2Converter::beginPreset(unsigned long preset) {
+std::string SF2Converter::beginPreset(uint64_t preset) {
   nextCurve_ = 7;
   curveCounter_ = 6;
   savedNextCurve_ = 7;
@@ -366,7 +380,7 @@ bool SF2Converter::presetFileOpened(const tolvin::OutputFile& file) {
   return false;
 }
 
-void SF2Converter::translatePreset(unsigned long preset, std::string& text) {
+void SF2Converter::translatePreset(uint64_t preset, std::string& text) {
   const tolvin::ByteReader record = phdr_.reader().sub(preset * kPhdrSize, 2 * kPhdrSize);
   const uint64_t firstBag = record.u16(24);
   uint64_t endBag = record.u16(kPhdrSize + 24);
@@ -449,9 +463,9 @@ void SF2Converter::addSection(std::string_view header) {
   currentNode_ = node;
 }
 
-void SF2Converter::process_pbag(unsigned long first, unsigned long count) {
+void SF2Converter::process_pbag(uint64_t first, uint64_t count) {
   presetCoarseTune_ = 0;
-  for (unsigned long z = 0; z < count; ++z) {
+  for (uint64_t z = 0; z < count; ++z) {
     if (!spendWork(1)) return;
     const ZoneSpan span = zoneSpan(pbag_, pgen_, pmod_, first + z, "pbag");
     if (span.hasLast && span.lastOper == kGenInstrument) {
@@ -471,7 +485,7 @@ void SF2Converter::process_pbag(unsigned long first, unsigned long count) {
   }
 }
 
-void SF2Converter::process_inst(unsigned long instrument) {
+void SF2Converter::process_inst(uint64_t instrument) {
   startOffset_ = endOffset_ = startCoarseOffset_ = endCoarseOffset_ = 0;
   startLoopOffset_ = endLoopOffset_ = startLoopCoarseOffset_ = endLoopCoarseOffset_ = 0;
   if (instrument + 1 >= inst_.count) {
@@ -496,9 +510,9 @@ void SF2Converter::process_inst(unsigned long instrument) {
   process_ibag(name.c_str(), firstBag, endBag - firstBag);
 }
 
-void SF2Converter::process_ibag(const char* instrumentName, unsigned long first, unsigned long count) {
+void SF2Converter::process_ibag(const char* instrumentName, uint64_t first, uint64_t count) {
   bool defaultRootKey = false;
-  int64_t defaultFine = 0, defaultCoarse = presetCoarseTune_;
+  int32_t defaultFine = 0, defaultCoarse = presetCoarseTune_;
   int64_t defaultLoops[4] = {0, 0, 0, 0};
   uint64_t globalGenerators = 0;
   const std::string name = instrumentName ? instrumentName : "";
@@ -508,7 +522,7 @@ void SF2Converter::process_ibag(const char* instrumentName, unsigned long first,
   // the text is the same, and a bank with thousands of zones cannot drive
   // the writer's recursion deep.
   sectionParent_ = currentNode_;
-  for (unsigned long z = 0; z < count; ++z) {
+  for (uint64_t z = 0; z < count; ++z) {
     if (!spendWork(1)) return;
     startLoopOffset_ = defaultLoops[0];
     endLoopOffset_ = defaultLoops[1];

@@ -47,12 +47,12 @@ class SF2Converter : public ConverterBase {
   // Adds "/* text */" to the section being filled.
   void currentNodeComment(const std::string& text);
 
-  void process_phdr(unsigned long preset);
-  void process_pbag(unsigned long first, unsigned long count);
-  void process_pgen(unsigned long index);
-  void process_igen(unsigned long index);
-  void process_ibag(const char* instrumentName, unsigned long first, unsigned long count);
-  void process_inst(unsigned long instrument);
+  void process_phdr(uint64_t preset);
+  void process_pbag(uint64_t first, uint64_t count);
+  void process_pgen(uint64_t index);
+  void process_igen(uint64_t index);
+  void process_ibag(const char* instrumentName, uint64_t first, uint64_t count);
+  void process_inst(uint64_t instrument);
   void todo_gen(unsigned short generator, short amount, bool preset);
   std::string createGeneratorInfo(unsigned short generator, short amount, bool preset);
   // The same text on the stack: "pgen(name) = amount[low;high]" fits in it.
@@ -60,11 +60,11 @@ class SF2Converter : public ConverterBase {
   using GeneratorInfo = tolvin::ShortText<kGeneratorInfoSize>;
   static GeneratorInfo generatorInfo(unsigned short generator, short amount, bool preset);
 
-  void process_pmod(unsigned long index);
-  void process_imod(unsigned long index);
+  void process_pmod(uint64_t index);
+  void process_imod(uint64_t index);
   void log_default_imod();
 
-  void process_shdr(unsigned long sampleIndex);
+  void process_shdr(uint64_t sampleIndex);
 
   // Sample names of a version-1 bank's "snam" chunk.
   const std::vector<std::string>& sampleNames() const { return sampleNames_; }
@@ -123,9 +123,9 @@ class SF2Converter : public ConverterBase {
   void makeBankFolders();
   // A preset's state reset and its file's path; "" when the work limit stops
   // it first.
-  std::string beginPreset(unsigned long preset);
+  std::string beginPreset(uint64_t preset);
   // The text of a preset's file.
-  void translatePreset(unsigned long preset, std::string& text);
+  void translatePreset(uint64_t preset, std::string& text);
   // False, reported, when a preset's file could not be opened.
   bool presetFileOpened(const tolvin::OutputFile& file);
   void writePresetFile(tolvin::OutputFile& file, const std::string& text);
@@ -137,7 +137,7 @@ class SF2Converter : public ConverterBase {
                     uint64_t bag, const char* bagName);
   void translateGenerator(const GeneratorRule& rule, unsigned short oper, short amount, Level level);
   // One generator record of either level: its NOP comment, then its translation.
-  void processGenerator(const RecordTable& table, unsigned long index, Level level);
+  void processGenerator(const RecordTable& table, uint64_t index, Level level);
   // Reports a file that could not be written whole and removes it.
   void reportUnwritten(const std::string& path);
   std::string levelTag(Level level) const;
@@ -176,7 +176,7 @@ class SF2Converter : public ConverterBase {
     addOpCode(joined("/* ", pieces..., " */"));
   }
   void addSection(std::string_view header);
-  std::string modulatorText(const char* opener, const char* sourceLead, unsigned long index,
+  std::string modulatorText(const char* opener, const char* sourceLead, uint64_t index,
                             const RecordTable& table);
 
   using GeneratorHandler = void (SF2Converter::*)(unsigned short, short, bool);

@@ -192,11 +192,11 @@ std::string SF2Converter::levelTag(Level level) const {
   return level == Level::Preset ? "[pgen]" : "[igen]";
 }
 
-void SF2Converter::process_pgen(unsigned long index) { processGenerator(pgen_, index, Level::Preset); }
+void SF2Converter::process_pgen(uint64_t index) { processGenerator(pgen_, index, Level::Preset); }
 
-void SF2Converter::process_igen(unsigned long index) { processGenerator(igen_, index, Level::Instrument); }
+void SF2Converter::process_igen(uint64_t index) { processGenerator(igen_, index, Level::Instrument); }
 
-void SF2Converter::processGenerator(const RecordTable& table, unsigned long index, Level level) {
+void SF2Converter::processGenerator(const RecordTable& table, uint64_t index, Level level) {
   if (index >= table.count) return;
   const bool preset = level == Level::Preset;
   const tolvin::ByteReader reader = table.reader();
@@ -339,10 +339,10 @@ void SF2Converter::translateGenerator(const GeneratorRule& rule, unsigned short 
         addCommentOf("SHOULD FORCE velocity=", a);
       break;
     case Act::PresetCoarse:
-      presetCoarseTune_ = a == 0 ? 0 : int64_t(a) * 100;
+      presetCoarseTune_ = a == 0 ? 0 : static_cast<int32_t>(int64_t(a) * 100);
       break;
     case Act::Coarse:
-      coarseTune_ = a == 0 ? 0 : coarseTune_ + int64_t(a) * 100;
+      coarseTune_ = a == 0 ? 0 : static_cast<int32_t>(coarseTune_ + int64_t(a) * 100);
       break;
     case Act::Fine:
       fineTune_ += a;

@@ -62,7 +62,7 @@ sfz::SFZFilter* SF2Converter::filterSlot(double newCutoff) {
 }
 
 std::string SF2Converter::modulatorText(const char* opener, const char* sourceLead,
-                                        unsigned long index, const RecordTable& table) {
+                                        uint64_t index, const RecordTable& table) {
   const tolvin::ByteReader r = table.reader().sub(index * kModSize, kModSize);
   const uint16_t src = r.u16(0), dest = r.u16(2), amtSrc = r.u16(6), trans = r.u16(8);
   const int16_t amount = r.i16(4);
@@ -81,7 +81,7 @@ std::string SF2Converter::modulatorText(const char* opener, const char* sourceLe
   return text;
 }
 
-void SF2Converter::process_pmod(unsigned long index) {
+void SF2Converter::process_pmod(uint64_t index) {
   if (index >= pmod_.count) return;
   const uint16_t dest = pmod_.reader().u16(index * kModSize + 2);
   switch (dest) {
@@ -95,7 +95,7 @@ void SF2Converter::process_pmod(unsigned long index) {
   }
 }
 
-void SF2Converter::process_imod(unsigned long index) {
+void SF2Converter::process_imod(uint64_t index) {
   if (index >= imod_.count) return;
   const tolvin::ByteReader r = imod_.reader().sub(index * kModSize, kModSize);
   const uint16_t src = r.u16(0), dest = r.u16(2);

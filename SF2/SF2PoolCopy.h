@@ -47,6 +47,9 @@ class PoolCopy {
       }
       finished_.store(true, std::memory_order_release);
     };
+#ifdef SORVANE_NO_THREADS
+    copy();  // a build without threads copies right here
+#else
     try {
       // A cancelling signal is left to the thread that creates files.
       const tolvin::CancellationBlock signalsStayWithTheConverter;
@@ -54,6 +57,7 @@ class PoolCopy {
     } catch (const std::system_error&) {
       copy();  // no thread to be had: the copy is made right here
     }
+#endif
   }
   bool finished() const { return finished_.load(std::memory_order_acquire); }
   void wait() {

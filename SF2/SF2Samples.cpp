@@ -70,7 +70,7 @@ bool SF2Converter::finishPoolCopy(PoolCopy& pool) {
   return true;
 }
 
-void SF2Converter::process_shdr(unsigned long sampleIndex) {
+void SF2Converter::process_shdr(uint64_t sampleIndex) {
   // The terminal record is no sample.
   if (sampleIndex + 1 >= shdr_.count) {
     currentNodeComment("ERROR! sampleId " + decimal(uint64_t(sampleIndex)) + " is not in the shdr table");

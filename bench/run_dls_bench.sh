@@ -26,6 +26,9 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/sorvane-bench-XXXXXX")
 # run_all.sh removes its scratch folder once every benchmark is done.
 [ -n "${SORVANE_BENCH_SCRATCH:-}" ] || trap 'rm -rf "$work"' EXIT
 source bench/conversion_rounds.sh
+# The wave extractor of gigtools writes the same waves, and only those
+# (tools/ensure-deps.sh bench installs it).
+if command -v gigextract >/dev/null 2>&1; then peer=gigextract; fi
 
 # Warm the page cache so that every side reads from memory.
 cat "$collection" >/dev/null

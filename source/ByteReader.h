@@ -66,8 +66,8 @@ class ByteReader {
       maxLength = available;
     }
     const char* start = reinterpret_cast<const char*>(data_ + offset);
-    const void* nul = std::memchr(start, 0, maxLength);
-    std::string text(start, nul ? static_cast<const char*>(nul) - start : maxLength);
+    const void* nul = std::memchr(start, 0, static_cast<size_t>(maxLength));
+    std::string text(start, nul ? static_cast<size_t>(static_cast<const char*>(nul) - start) : static_cast<size_t>(maxLength));
     replaceControlBytes(text, ' ');
     return text;
   }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -255,7 +256,7 @@ bool IFFTree::fillWindow() {
   // reading on too; landing far past it means a body was passed over.
   const uint64_t windowEnd = windowStart_ + windowLength_;
   const bool readingOn = windowLength_ > 0 && cursor_ >= windowEnd && cursor_ - windowEnd < kSmallWindow;
-  const uint64_t size = readingOn ? std::min(2 * window_.size(), kLargeWindow) : kSmallWindow;
+  const uint64_t size = readingOn ? std::min<uint64_t>(2 * window_.size(), kLargeWindow) : kSmallWindow;
   window_.resize(static_cast<size_t>(size));
   windowStart_ = cursor_;
   windowLength_ = readAt(cursor_, window_.data(), size);
@@ -351,16 +352,18 @@ uint64_t IFFTree::IFF_READ(void* buffer, uint64_t itemSize, uint64_t count) {
   if (itemSize == 0 || count == 0 || !buffer) return 0;
   if (count > std::numeric_limits<uint64_t>::max() / itemSize) return 0;
   uint64_t bytes = itemSize * count;
+  // No buffer that large fits in the address space of a 32-bit target.
+  if (bytes > SIZE_MAX) return 0;
   if (isMemorySource()) {
     if (!memory_ || memoryPosition_ >= memoryLength_) return 0;
     uint64_t available = memoryLength_ - memoryPosition_;
     if (bytes > available) bytes = available;
-    std::memcpy(buffer, memory_ + memoryPosition_, bytes);
+    std::memcpy(buffer, memory_ + memoryPosition_, static_cast<size_t>(bytes));
     memoryPosition_ += bytes;
     return bytes;
   }
-  if (loadMethod == IFF_LOAD_STREAM && stream_) return std::fread(buffer, itemSize, count, stream_);
-  if (loadMethod == IFF_LOAD_VIRTUAL && virtualFile_) return virtualFile_->read(buffer, bytes) / itemSize;
+  if (loadMethod == IFF_LOAD_STREAM && stream_) return std::fread(buffer, static_cast<size_t>(itemSize), static_cast<size_t>(count), stream_);
+  if (loadMethod == IFF_LOAD_VIRTUAL && virtualFile_) return virtualFile_->read(buffer, static_cast<size_t>(bytes)) / itemSize;
   return 0;
 }
 

@@ -8,6 +8,7 @@
 
 #include <cctype>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <limits>
 #include <new>
@@ -165,7 +166,9 @@ std::string conversionDate(std::time_t when) {
 std::string conversionDate() { return conversionDate(std::time(nullptr)); }
 
 uint8_t* binFileAlloc(uint64_t size) {
-  return new (std::nothrow) uint8_t[size ? size : 1]();
+  // On a 32-bit target a larger size would wrap to a small buffer.
+  if (size > SIZE_MAX) return nullptr;
+  return new (std::nothrow) uint8_t[size ? static_cast<size_t>(size) : 1]();
 }
 
 void binFileFree(uint8_t* buffer) { delete[] buffer; }
@@ -182,7 +185,7 @@ uint8_t* binFileInternalize(const std::string& path, uint64_t& length, uint64_t&
       length = static_cast<uint64_t>(end);
       uint64_t allocation = (length + spare + 15) & ~static_cast<uint64_t>(15);
       buffer = binFileAlloc(allocation);
-      if (buffer && std::fread(buffer, 1, length, file) == length) {
+      if (buffer && std::fread(buffer, 1, static_cast<size_t>(length), file) == length) {
         spare = allocation - length;
       } else {
         binFileFree(buffer);

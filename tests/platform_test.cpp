@@ -3,6 +3,9 @@
 #include <limits>
 
 #include "source/ByteReader.h"
+#include "source/Cancellation.h"
+#include "source/OutputFile.h"
+#include "source/OutputTree.h"
 #include "source/PlatformTools.h"
 #include "tests/support/TestSupport.h"
 
@@ -80,4 +83,25 @@ TEST(WholeFiles, ExternalizeFailsWithoutItsFolderAndSizesOfMissingFilesAreZero) 
   EXPECT_TRUE(testsupport::listDir(dir.path()).empty());
   EXPECT_EQ(fileSize(dir.file("missing")), 0);
   EXPECT_TRUE(fileExists(dir.path()));
+}
+
+// Where unnamed files cannot be had, a file is written under a temporary
+// name in its final folder, registered so that a stopped run removes it.
+TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
+  testsupport::TempDir dir;
+  OutputTree tree(dir.path());
+  tree.stopUnnamedTemporaries();
+  {
+    OutputFile file(dir.file("a.txt"), tree);
+    ASSERT_TRUE(file.write("whole"));
+    const std::vector<std::string> meanwhile = testsupport::listDir(dir.path());
+    ASSERT_EQ(meanwhile.size(), 1u);
+    EXPECT_EQ(meanwhile[0].rfind(".sorvane-", 0), 0u) << meanwhile[0];
+    EXPECT_TRUE(file.commit());
+  }
+  OutputFile dropped(dir.file("b.txt"), tree);
+  dropped.write("cut");
+  Leftovers::removeAll();  // as a signal handler would
+  EXPECT_EQ(testsupport::listDir(dir.path()), std::vector<std::string>{"a.txt"});
+  EXPECT_EQ(testsupport::readFile(dir.file("a.txt")), "whole");
 }

@@ -1,11 +1,18 @@
 #!/usr/bin/env bash
-# Installs into tools/node, when missing, the npm package that writes the DLS
-# collections and RMID songs of the integration tests and the benchmark.
+# Installs into a folder holding a package.json (tools/node when none is
+# named), when one is missing, the npm packages it lists: tools/node writes
+# the DLS collections and RMID songs of the integration tests and the
+# benchmark, web/test drives the browser for the page's tests.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
-[ -f "$here/node/node_modules/spessasynth_core/package.json" ] && exit 0
+folder=$(cd "${1:-$here/node}" && pwd)
 if ! command -v npm >/dev/null 2>&1; then
   echo "npm is missing: apt-get install nodejs npm"
   exit 1
 fi
-npm install --prefix "$here/node" --no-package-lock --no-audit --no-fund --loglevel=error
+node -e '
+  const folder = process.argv[1];
+  const wanted = Object.keys(require(folder + "/package.json").dependencies);
+  process.exit(wanted.every((name) => require("fs").existsSync(`${folder}/node_modules/${name}/package.json`)) ? 0 : 1);
+' "$folder" && exit 0
+npm install --prefix "$folder" --no-package-lock --no-audit --no-fund --loglevel=error

@@ -290,7 +290,8 @@ def main():
     build_dir = os.path.join(args.scratch, "build")
     sync_tree(ROOT, src_dir)
     if not os.path.isdir(build_dir):
-        subprocess.run(["cmake", "-S", src_dir, "-B", build_dir, "-DCMAKE_BUILD_TYPE=RelWithDebInfo"],
+        subprocess.run(["cmake", "-S", src_dir, "-B", build_dir, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+                        "-DSORVANE_TESTS=ON"],
                        stdout=subprocess.DEVNULL, check=True)
     if not build(build_dir, args.jobs) or failing_tests(build_dir, args.jobs):
         print("the unchanged tree does not build or pass its tests")

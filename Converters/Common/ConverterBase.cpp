@@ -3,17 +3,17 @@
 #include "source/NumberText.h"
 #include "source/PlatformTools.h"
 
-std::string createThreeDigits(unsigned long number) {
+std::string createThreeDigits(uint64_t number) {
   return tolvin::zeroPadded(static_cast<uint32_t>(number), 3);
 }
 
-std::string createPresetName(unsigned long number, const std::string& name) {
+std::string createPresetName(uint64_t number, const std::string& name) {
   return createThreeDigits(number) + "_" + name + ".sfz";
 }
 
 std::string ConverterBase::zeroPad(uint32_t number) { return tolvin::zeroPadded(number, 2); }
 
-std::string ConverterBase::addPreset(unsigned long bank, unsigned long program, const char* bankName,
+std::string ConverterBase::addPreset(uint64_t bank, uint64_t program, const char* bankName,
                                      const char* presetName) {
   // "UNNAMED" replaces only a truly empty name: a name of blanks trims to "".
   std::string name = presetName ? presetName : "";

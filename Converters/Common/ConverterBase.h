@@ -23,7 +23,7 @@ class ConverterBase {
   virtual ~ConverterBase() = default;
 
   // Registers a preset and returns its SFZ file name "%03u_<cleaned name>.sfz".
-  std::string addPreset(unsigned long bank, unsigned long program, const char* bankName,
+  std::string addPreset(uint64_t bank, uint64_t program, const char* bankName,
                         const char* presetName);
   // Full path of the first registered preset's file, or "".
   std::string getFirstUsable(const std::string& outputDirectory) const;
@@ -34,6 +34,6 @@ class ConverterBase {
 };
 
 // "%03u" of the number cut to 32 bits.
-std::string createThreeDigits(unsigned long number);
+std::string createThreeDigits(uint64_t number);
 // "%03u_%s.sfz", without cleaning.
-std::string createPresetName(unsigned long number, const std::string& name);
+std::string createPresetName(uint64_t number, const std::string& name);

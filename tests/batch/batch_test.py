@@ -142,7 +142,9 @@ class Library(unittest.TestCase):
                          ["acid chunk too short: missing fields read as 0"])
         self.assertEqual(records["lib/broken/broken.dls"]["errors"], ["Not an IFF-like file"])
         self.assertEqual(records["lib/notes.txt"]["errors"], ["Unsupported extension:txt"])
-        self.assertIn("failed:\n  lib/broken/broken.dls: Not an IFF-like file\n", result.err)
+        summary = result.err[result.err.index("\nsorvane-batch: 10 inputs"):]
+        self.assertIn("1 with warnings, 2 failed, 0 up to date\nfailed:\n", summary)
+        self.assertIn("\n  lib/broken/broken.dls: Not an IFF-like file\n", summary)
         self.assertEqual(len([line for line in result.err.splitlines() if line.startswith("[")]), len(expected))
 
         # The JSON shows the byte that is no UTF-8 as U+FFFD; on disk it is itself.
@@ -228,9 +230,9 @@ class Interruption(unittest.TestCase):
 
     def setUp(self):
         self.root = tempfile.mkdtemp(prefix="sorvane-batch-test-")
-        # A copy of the batch beside a converter that waits half a second
-        # before it becomes the real one (same process), so that a signal
-        # lands while conversions run.
+        # A copy of the batch beside a converter that notes its process id
+        # and waits a second before it becomes the real one (same process),
+        # so that a signal lands while conversions run.
         tools = os.path.join(self.root, "tools")
         os.makedirs(tools)
         shutil.copy2(BATCH, tools)
@@ -239,7 +241,7 @@ class Interruption(unittest.TestCase):
         with open(os.path.join(tools, "sorvane"), "w") as wrapper:
             wrapper.write(f"#!{sys.executable}\nimport os, sys, time\n"
                           f"open({self.pids!r}, 'a').write(f'{{os.getpid()}}\\n')\n"
-                          "if len(sys.argv) > 1: time.sleep(0.5)\n"
+                          "if len(sys.argv) > 1: time.sleep(1)\n"
                           f"os.execv({os.path.join(os.path.dirname(BATCH), 'sorvane')!r}, sys.argv)\n")
         os.chmod(os.path.join(tools, "sorvane"), 0o755)
         for index in range(10):
@@ -250,10 +252,14 @@ class Interruption(unittest.TestCase):
 
     def interrupt(self, signal_number):
         shutil.rmtree(os.path.join(self.root, "out"), ignore_errors=True)
+        open(self.pids, "w").close()
         process = subprocess.Popen([self.batch, "-j2", "--json", "report.json", "-o", "out", "lib"], cwd=self.root,
                                    stdin=subprocess.DEVNULL, stderr=subprocess.PIPE)
         first = process.stderr.readline().decode()
         self.assertTrue(first.startswith("[ 1/10] converted"), first)
+        # A third conversion has started (the first process asked the version).
+        while len(read_bytes(self.pids).split()) < 4:
+            time.sleep(0.01)
         process.send_signal(signal_number)
         err = process.stderr.read().decode()
         process.stderr.close()

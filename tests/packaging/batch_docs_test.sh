@@ -15,6 +15,9 @@ for section in NAME SYNOPSIS DESCRIPTION OPTIONS "OUTPUT FOLDERS" CLASSES "JSON 
                EXAMPLES "SEE ALSO"; do
   grep -qx "$section" <<<"$rendered" || fail "man -l shows no $section section"
 done
+header=$(head -n 1 <<<"$rendered")
+[[ "$header" =~ ^SORVANE-BATCH\(1\)[[:space:]]+General\ Commands\ Manual[[:space:]]+SORVANE-BATCH\(1\)$ ]] ||
+  fail "header: $header"
 footer=$(tail -n 1 <<<"$rendered")
 [[ "$footer" == "Sorvane $version"*"Sorvane $version" ]] || fail "the footer does not name Sorvane $version: $footer"
 options=$("$program" --help | grep -o -e '--[a-z]*' | sort -u)

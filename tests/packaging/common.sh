@@ -1,6 +1,6 @@
 # Shared by the packaging tests (sourced): failing with a message, a scratch
-# folder removed on exit, manual pages linted and rendered, and a conversion of a shipped demo input by a
-# shipped program.
+# folder removed on exit, manual pages linted and rendered, conversions of
+# the shipped demo inputs by the shipped programs, and the installed files.
 
 fail() {
   echo "FAIL: $*"
@@ -52,6 +52,36 @@ $(tail -n +8 <<<"$console")"
   first=$(cat "$scratch/first-$3.txt" 2>/dev/null) || fail "no results file for $3"
   [ -f "$first" ] || fail "the results file of $3 names a missing file: $first"
   case "$first" in *.sfz) ;; *) fail "the results file of $3 names no SFZ file: $first" ;; esac
+}
+
+# Checks an installed tree under ROOT (the prefix) against the SOURCE tree:
+# the programs stripped, the manual pages gzipped, the completions, the README,
+# the copyright file carrying LICENSE's notice, the demo inputs, and no other
+# file but those matching EXTRA (a grep pattern of further files expected).
+#   check_installed_files ROOT SOURCE [EXTRA]
+check_installed_files() {
+  local root=$1 source_dir=$2 extra=${3:-'^$'}
+  local docs="$root/share/doc/sorvane"
+  local program
+  for program in sorvane sorvane-batch; do
+    [ -x "$root/bin/$program" ] || fail "no bin/$program"
+    ! readelf -S --wide "$root/bin/$program" | grep -q -e ' \.symtab ' -e ' \.debug_' || fail "bin/$program not stripped"
+    [ "$(gzip -dc "$root/share/man/man1/$program.1.gz")" = "$(cat "$source_dir/doc/$program.1")" ] ||
+      fail "the gzipped manual page is not doc/$program.1"
+    cmp -s "$source_dir/tools/completion/$program" "$root/share/bash-completion/completions/$program" ||
+      fail "completion of $program not installed"
+  done
+  cmp -s "$source_dir/README.md" "$docs/README.md" || fail "README not installed"
+  [ "$(sed -n '/^ /{s/^ //; s/^\.$//; p}' "$docs/copyright")" = \
+    "$(sed -n '/^Permission/,$p' "$source_dir/LICENSE")" ] || fail "the copyright file does not carry LICENSE"
+  for demo in demo.sf2 demo_loop.wav demo_collection.dls demo_song.rmi; do
+    cmp -s "$source_dir/examples/$demo" "$docs/examples/$demo" || fail "examples/$demo not installed"
+  done
+  local unexpected
+  unexpected=$(cd "$root" && find . -type f | grep -v -e '^./bin/sorvane\(-batch\)\?$' \
+    -e '^./share/man/man1/sorvane\(-batch\)\?.1.gz$' -e '^./share/bash-completion/completions/sorvane\(-batch\)\?$' \
+    -e '^./share/doc/sorvane/' | grep -v -e "$extra" || true)
+  [ -z "$unexpected" ] || fail "installed files nobody asked for: $unexpected"
 }
 
 # Runs the batch PROGRAM over the EXAMPLES folder and checks that every demo

@@ -13,6 +13,8 @@ for section in NAME SYNOPSIS DESCRIPTION "INPUT FORMATS" "OUTPUT FOLDERS" "CONSO
   grep -qx "$section" <<<"$rendered" || fail "man -l shows no $section section"
 done
 grep -q "SORVANE $version" <<<"$rendered" || fail "the page does not show the banner of version $version"
+header=$(head -n 1 <<<"$rendered")
+[[ "$header" =~ ^SORVANE\(1\)[[:space:]]+General\ Commands\ Manual[[:space:]]+SORVANE\(1\)$ ]] || fail "header: $header"
 footer=$(tail -n 1 <<<"$rendered")
 [[ "$footer" == "Sorvane $version"*"Sorvane $version" ]] || fail "the footer does not name Sorvane $version: $footer"
 # One quote per message: a second one opened inside it shows as nested quotes.
