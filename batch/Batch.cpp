@@ -203,7 +203,10 @@ void Batch::start(const Input& input) {
   }
   std::string argument = input.path[0] == '/' ? input.path : workingFolder_ + "/" + input.path;
   if (convertsFromCopy(input.path)) {
+    // A loop's SFZ file names its wave with control bytes as blanks: the
+    // copy's name has none.
     job.copied = tolvin::getFileFromPath(input.path);
+    tolvin::replaceControlBytes(job.copied, '_');
     argument = job.copied;
     if (!linkOrCopy(input.path, job.staging + "/" + job.copied, error)) {
       discard(job);

@@ -51,7 +51,8 @@ void Reporter::finished(const Record& record, uint64_t inputBytes) {
     if (record.keptEarlier) detail += " (the earlier conversion is kept)";
     failures_.push_back(record.input + detail);
   } else if (record.outcome == Outcome::kWarnings) {
-    detail = " (" + std::to_string(record.errors.size() + record.warnings.size()) + " lines reported)";
+    const size_t lines = record.errors.size() + record.warnings.size();
+    detail = " (" + std::to_string(lines) + (lines == 1 ? " line" : " lines") + " reported)";
   }
   if (mode_ == Mode::kLines) {
     std::fprintf(out_, "[%*zu/%zu] %-10s %s%s\n", static_cast<int>(std::to_string(inputs_).size()), done_, inputs_,

@@ -100,6 +100,7 @@ class Library(unittest.TestCase):
         copy_example("demo_collection.dls", f"{lib}/GM/demo.dls")  # one stem, two extensions
         copy_example("demo.sf2", f"{lib}/GM/LOUD.SBK")
         copy_example("demo_loop.wav", f"{lib}/loops/demo_loop.wav")
+        copy_example("demo_loop.wav", f"{lib}/loops/tab\tloop.wav")
         with open(f"{lib}/loops/short_acid.wav", "wb") as loop:
             loop.write(short_acid_loop())
         copy_example("demo_song.rmi", f"{lib}/songs/demo_song.rmi")
@@ -135,6 +136,7 @@ class Library(unittest.TestCase):
         weird = "lib/" + WEIRD.decode("utf-8", errors="replace")
         expected = {"lib/GM/demo.sf2": "converted", "lib/GM/demo.dls": "converted", "lib/GM/LOUD.SBK": "converted",
                     "lib/loops/demo_loop.wav": "converted", "lib/loops/short_acid.wav": "warnings",
+                    "lib/loops/tab\tloop.wav": "converted",
                     "lib/songs/demo_song.rmi": "converted", "lib/broken/broken.dls": "failed",
                     "lib/notes.txt": "failed", "lib/linked.sf2": "converted", weird: "converted"}
         self.assertEqual({name: record["class"] for name, record in records.items()}, expected)
@@ -142,7 +144,7 @@ class Library(unittest.TestCase):
                          ["acid chunk too short: missing fields read as 0"])
         self.assertEqual(records["lib/broken/broken.dls"]["errors"], ["Not an IFF-like file"])
         self.assertEqual(records["lib/notes.txt"]["errors"], ["Unsupported extension:txt"])
-        summary = result.err[result.err.index("\nsorvane-batch: 10 inputs"):]
+        summary = result.err[result.err.index("\nsorvane-batch: 11 inputs"):]
         self.assertIn("1 with warnings, 2 failed, 0 up to date\nfailed:\n", summary)
         self.assertIn("\n  lib/broken/broken.dls: Not an IFF-like file\n", summary)
         self.assertEqual(len([line for line in result.err.splitlines() if line.startswith("[")]), len(expected))
@@ -159,7 +161,8 @@ class Library(unittest.TestCase):
             self.assertTrue(OWN_FILES <= set(os.listdir(folder)), name)
             self.assertTrue(os.path.isfile(os.path.join(folder, record["first_sfz"][len(record["output"]) + 1:])))
             # The converter's files: all but the batch's own and the input's copy.
-            written = [f for f in files_below(folder) if "/" in f or f not in OWN_FILES | {os.path.basename(path)}]
+            copy = os.path.basename(path).replace("\t", "_")
+            written = [f for f in files_below(folder) if "/" in f or f not in OWN_FILES | {copy}]
             self.assertEqual(record["files_written"], len(written), name)
             self.assertEqual(record["bytes_written"], sum(os.path.getsize(os.path.join(folder, f)) for f in written))
             self.assertEqual(record["bytes_read"], os.path.getsize(os.path.join(self.root, path)))
