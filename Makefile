@@ -21,12 +21,12 @@ all: build
 deps:
 	$(DEPS)
 
-# The program alone, with its compressed manual page: what demo, install and
-# deb use.
+# The programs alone (the converter and sorvane-batch), with their compressed
+# manual pages: what demo, install and deb use.
 program:
 	$(DEPS) build
 	$(CONFIGURE)
-	cmake --build $(BUILD) -j $(JOBS) --target sorvane
+	cmake --build $(BUILD) -j $(JOBS) --target sorvane sorvane-batch
 
 # Everything configured: the program, the tools, the benchmarks and, when
 # configured, the tests.

@@ -66,7 +66,9 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "convert instrument banks and loops into S
 set(CPACK_PACKAGE_DESCRIPTION "Sorvane converts one sample-based instrument bank per run into SFZ
 instruments: SFZ text files plus the WAVE audio they play. It reads
 SoundFont 2 and 1 banks, DLS collections, RMID songs that carry a
-collection, and ACID-tagged WAV loops.")
+collection, and ACID-tagged WAV loops. With it comes sorvane-batch, which
+converts a whole library several banks at once, each into a folder of its
+own, with progress, a summary, a JSON report and shards for many machines.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

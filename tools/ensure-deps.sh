@@ -10,8 +10,9 @@
 #   test     package, plus GoogleTest, pkg-config and libsndfile (an
 #            independent WAVE reader), the Debian SoundFont banks the
 #            integration tests convert, node/npm for their DLS inputs,
-#            mandoc and man-db (the manual page is linted and rendered) and
-#            lintian (the package is checked) (make test, make test-fast)
+#            mandoc and man-db (the manual page is linted and rendered),
+#            lintian (the package is checked) and python3 (the batch
+#            program's tests read its JSON report back) (make test, make test-fast)
 #   fuzz     build, plus clang with its sanitizer runtimes and the SoundFont
 #            banks the seeds are cut from (make fuzz)
 #   bench    build, plus time, the SoundFont banks, node/npm, and what the
@@ -34,7 +35,7 @@ add() {  # task
   case $1 in
     build) packages+=(cmake g++ make) ;;
     package) add build; packages+=(dpkg-dev file) ;;
-    test) add package; packages+=(pkg-config libgtest-dev libsndfile1-dev "${soundfonts[@]}" mandoc man-db lintian)
+    test) add package; packages+=(pkg-config libgtest-dev libsndfile1-dev "${soundfonts[@]}" mandoc man-db lintian python3)
           node=true ;;
     fuzz) add build; packages+=(clang libclang-rt-14-dev "${soundfonts[@]}") ;;
     bench) add build; packages+=(time "${soundfonts[@]}" musescore-general-soundfont-lossless gigtools); node=true ;;

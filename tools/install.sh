@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What `make install` does: installs the program built in BUILD, stripped,
-# with its manual page, its bash completion and its documentation under
+# What `make install` does: installs the programs built in BUILD, stripped,
+# with their manual pages, their bash completions and the documentation under
 # PREFIX (inside DESTDIR when that is set). It never builds: root building
 # in a checkout that a user owns would leave files in their build folder
 # that they cannot replace, so `sudo make install` installs what is built.
@@ -19,12 +19,12 @@ if [ "${1:-}" = --may-build ]; then
 fi
 build=${1:?usage: install.sh BUILD PREFIX} prefix=${2:?usage: install.sh BUILD PREFIX}
 
-if [ ! -x "$build/sorvane" ]; then
-  echo "Nothing to install: $build/sorvane is not built."
+if [ ! -x "$build/sorvane" ] || [ ! -x "$build/sorvane-batch" ]; then
+  echo "Nothing to install: $build/sorvane or $build/sorvane-batch is not built."
   echo "Build it as $owner_name first (make program), then install (sudo make install)."
   exit 1
 fi
-newer=$(find source Converters SF2 DLS ACID RIFF doc CMakeLists.txt Packaging.cmake -newer "$build/sorvane" -print -quit)
+newer=$(find source Converters SF2 DLS ACID RIFF batch doc CMakeLists.txt Packaging.cmake -newer "$build/sorvane" -print -quit)
 if [ -n "$newer" ]; then
   echo "Note: $newer changed after $build/sorvane was built; installing the build as it is."
   echo "To install the change, build as $owner_name first (make program)."

@@ -3,7 +3,8 @@
 # architecture, described, depending on the C and C++ runtimes only, holding
 # the installed files plus its changelog and lintian overrides, and clean
 # for lintian (when it is installed); the packaged program, extracted,
-# converts the packaged demo bank.
+# converts the packaged demo bank, and the packaged batch program every
+# packaged demo input.
 #   deb_test.sh BUILD_FOLDER SOURCE_FOLDER VERSION PACKAGE_VERSION
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
@@ -42,4 +43,5 @@ fi
 convert_demo "$scratch/root/usr/bin/sorvane" "$scratch/root/usr/share/doc/sorvane/examples" demo.sf2 "$version" 5 \
   "Extracting smpl to wav file...
 Extracting smpl to wav file... DONE!"
+batch_demos "$scratch/root/usr/bin/sorvane-batch" "$scratch/root/usr/share/doc/sorvane/examples"
 echo "package $(basename "$deb") clean"

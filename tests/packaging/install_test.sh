@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # `make install`'s script into a staging folder (DESTDIR) under a prefix of
-# its own puts every file where it belongs, the program stripped; the
-# installed program converts every installed demo input; the uninstall
-# script then leaves nothing behind.
+# its own puts every file where it belongs, the programs stripped; the
+# installed program converts every installed demo input, and so does the
+# installed batch program; the uninstall script then leaves nothing behind.
 #   install_test.sh BUILD_FOLDER SOURCE_FOLDER VERSION
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
@@ -29,6 +29,7 @@ convert_demo "$program" "$docs/examples" demo_loop.wav "$version" 1 \
   "unknown wave fmt len:16
 WAVE DOENST Contain LIST(INFO)
 found market reset series!:0"
+batch_demos "$root/bin/sorvane-batch" "$docs/examples"
 
 DESTDIR="$stage" "$source_dir/tools/uninstall.sh" "$prefix" >/dev/null
 left=$(find "$stage" -type f)
