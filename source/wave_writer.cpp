@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <new>
 #include <system_error>
 #include <thread>
 
 #include <unistd.h>
 
+#include "source/Cancellation.h"
 #include "source/OutputFile.h"
 #include "source/PlatformTools.h"
 #include "source/TLVSConv.h"
@@ -63,21 +65,31 @@ uint64_t copyInHalves(int source, off_t* in, int target, off_t* out, uint64_t co
     off_t secondIn = *in + static_cast<off_t>(half), secondOut = *out + static_cast<off_t>(half);
     bool secondFailed = false;
     uint64_t secondCopied = 0;
+    std::exception_ptr secondError;  // memory running out, told on this thread
     auto copySecond = [&] {
       try {
         secondCopied = bufferedCopy(source, &secondIn, target, &secondOut, count - half, &secondFailed);
-      } catch (const std::bad_alloc&) {
-        secondFailed = true;
+      } catch (...) {
+        secondError = std::current_exception();
       }
     };
     std::thread second;
     try {
+      // A cancelling signal is left to the thread that creates files.
+      const tolvin::CancellationBlock signalsStayWithTheConverter;
       second = std::thread(copySecond);
     } catch (const std::system_error&) {
       copySecond();
     }
-    const uint64_t copied = bufferedCopy(source, in, target, out, half, writeFailed);
+    uint64_t copied = 0;
+    try {
+      copied = bufferedCopy(source, in, target, out, half, writeFailed);
+    } catch (...) {
+      if (second.joinable()) second.join();  // never left running past a failure
+      throw;
+    }
     if (second.joinable()) second.join();
+    if (secondError) std::rethrow_exception(secondError);
     if (secondFailed) *writeFailed = true;
     if (copied < half) return copied;
     *in = secondIn;
