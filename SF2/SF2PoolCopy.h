@@ -19,7 +19,7 @@ namespace sf2 {
 // The pool's wave, written under a temporary name, and the copy of the pool
 // on a thread of its own. That thread only copies: it prints nothing and
 // leaves the wave unfinished. Once waited for, the converter reports what the
-// copy found and finishes or abandons the wave.
+// copy found and finishes or discards the wave.
 class PoolCopy {
  public:
   PoolCopy(const std::string& path, tolvin::OutputTree& tree) : file_(path, tree) {}
@@ -66,6 +66,12 @@ class PoolCopy {
   // Only once waited for.
   bool cutShort() const { return copied_ < size_; }
   bool outOfMemory() const { return outOfMemory_; }
+  // Only once waited for: the wave goes, and the writer with it before its
+  // stream is closed.
+  void discard() {
+    writer_.reset();
+    file_.discard();
+  }
 
  private:
   tolvin::OutputFile file_;

@@ -54,10 +54,8 @@ bool SF2Converter::finishPoolCopy(PoolCopy& pool) {
   WaveFileWriter& writer = pool.writer();
   if (pool.cutShort() && !writer.writeFailed()) {
     say("major read error exporting audio!");
-    // A pool cut short is neither dressed up as a whole wave nor put in
-    // place of one an earlier run wrote.
-    writer.abandon();
-    pool.file().discard();
+    // A pool cut short never takes the place of one an earlier run wrote.
+    pool.discard();
     return false;
   }
   writer.finalize();

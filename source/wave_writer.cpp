@@ -123,7 +123,7 @@ void WaveFileWriter::openOwnFile(const std::string& path) {
 }
 
 WaveFileWriter::~WaveFileWriter() {
-  if (!finalized_ && !abandoned_ && hasFile()) finalize();
+  if (!finalized_ && hasFile()) finalize();
   if (ownFile_ && file_) {
     if (failed_) ownFile_->markFailed();
     try {

@@ -110,9 +110,6 @@ class WaveFileWriter {
   // Writes the last `count` bytes of audio and finalizes; given an
   // OutputFile and no audio before, the whole file goes out in one write.
   bool finishWithData(const void* bytes, uint64_t count);
-  // Leaves the file as it stands, its header unpatched (so never taken for a
-  // whole wave); the destructor then does not finalize it.
-  void abandon() { abandoned_ = true; }
 
   const WaveFormatRecord& format() const { return format_; }
 
@@ -143,6 +140,5 @@ class WaveFileWriter {
   uint64_t dataEnd_ = 0;
   uint64_t dataSizePosition_ = 0;
   bool finalized_ = false;
-  bool abandoned_ = false;
   bool failed_ = false;
 };

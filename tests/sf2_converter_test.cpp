@@ -256,6 +256,14 @@ TEST(SF2Presets, ZoneDefaultsSectionsAndTheZoneWalk) {
     loops.presets.push_back({"P", 0, 0, {Zone({gen(41, 0)})}});
     EXPECT_TRUE(contains(presetText(loops), c.second)) << c.second;
   }
+  // A region's own loop offset adds to the global one and ends with it.
+  Bank carried = oneSampleBank();
+  carried.instruments.push_back(
+      {"G", {Zone({gen(50, 1)}), Zone({gen(50, 1), gen(53, 0)}), Zone({gen(53, 0)})}});
+  carried.presets.push_back({"P", 0, 0, {Zone({gen(41, 0)})}});
+  const std::string regions = presetText(carried);
+  EXPECT_LT(regions.find(" loop_end=66435\n"), regions.find(" loop_end=33667\n")) << regions;
+  EXPECT_NE(regions.find(" loop_end=33667\n"), std::string::npos) << regions;
 }
 
 TEST(SF2Presets, WorkIsBoundedPerPresetAndPerBank) {
