@@ -39,10 +39,8 @@ bool windowsLatinToUtf8(const std::string& text, std::string& out) {
 
 std::string TLVSConv(const std::string& text, CHARACTER_ENCODING encoding) {
   if (encoding != WINDOWS_LATIN1) return text;
-  std::string result = "TLVSConv_ERROR5";
   std::string converted;
-  result = windowsLatinToUtf8(text, converted) ? converted : "TLVSConv_ERROR6";
-  return result;
+  return windowsLatinToUtf8(text, converted) ? converted : "TLVSConv_ERROR6";
 }
 
 std::string TLVSConv(const char* text, CHARACTER_ENCODING encoding) {

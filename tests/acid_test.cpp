@@ -87,6 +87,13 @@ TEST(AcidLoop, SlicesMoveToTheQuietestFrameNearby) {
   for (float f : floats) data.f32(f);
   EXPECT_TRUE(contains(convert(dir, loop(acid::fmt(3, 1, 8000, 32), acid::strc({{0}, {100}}), riff::chunk("data", data))).sfz,
                        "<region> offset=7  end=100 key=36\n"));
+  // Stereo frames by their left sample: the right one's silence at frame 5
+  // does not count.
+  std::vector<int16_t> stereo(400, 100);
+  stereo[2 * 7] = 0;
+  stereo[2 * 5 + 1] = 0;
+  EXPECT_TRUE(contains(convert(dir, loop(acid::fmt(1, 2, 8000, 16), acid::strc({{0}, {100}}), acid::pcm16(stereo))).sfz,
+                       "<region> offset=7  end=100 key=36\n"));
   riff::Body bytes;  // 8-bit samples are read as signed
   for (int i = 0; i < 200; ++i) bytes.u8(i == 9 ? 0x80 : i == 5 ? 0x05 : 0x70);
   EXPECT_TRUE(contains(convert(dir, loop(acid::fmt(1, 1, 8000, 8), acid::strc({{0}, {100}}), riff::chunk("data", bytes))).sfz,

@@ -51,7 +51,7 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(16)), info({{"INAM", "Odd"}}) + wsmp(odd)));
   riff::Body smpl;  // its loop record is read 36 records in
   smpl.u32(0).u32(11).u32(125000).u32(64).u32(0).u32(25).u32(0x01020304).u32(1).u32(5).zeros(864 - 36);
-  smpl.u32(7).u32(1).u32(3).u32(9).u32(0).u32(0);
+  smpl.u32(7).u32(1).u32(3).u32(9).u32(0x11).u32(4);
   c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(12)), info({{"INAM", "S"}}) + riff::chunk("smpl", smpl)));
   c.addWave(wave(fmt(1, 8000, 32, 3), std::string(8, 'f'), info({{"INAM", "Float"}})));
   c.addWave(wave(fmt(1, 8000, 24), std::string(6, 'w'), info({{"INAM", "Wide"}})));
@@ -111,6 +111,8 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   EXPECT_EQ(u32At(s, 44 + 36 + 4), 1u);  // loop type
   EXPECT_EQ(u32At(s, 44 + 36 + 8), 3u);
   EXPECT_EQ(u32At(s, 44 + 36 + 12), 9u);
+  EXPECT_EQ(u32At(s, 44 + 36 + 16), 0x11u);  // fraction and play count
+  EXPECT_EQ(u32At(s, 44 + 36 + 20), 4u);
   EXPECT_EQ(readWave(samples + "S.wav").frames, 12);
   // A short smpl chunk still leaves the audio.
   EXPECT_EQ(readWave(samples + "Short.wav").points, ramp(6));
@@ -164,14 +166,15 @@ TEST(DLSWavePool, CompressedWavesAreExpandedAndLeaveTheConsoleInHexadecimal) {
             "missing pool table ffset reference:0x7777\n"
             "error ulTableIndex out of bound:26");
 
-  // More blocks than one piece of the expansion holds.
+  // More blocks than one piece of the expansion holds, over more than one
+  // piece of input: block 255 straddles the first 1 MiB.
   std::string many;
-  for (int b = 0; b < 130; ++b) many += riff::Body().u16(0x0101).i16(int16_t(b)).i16(0).i16(0).i16(0).zeros(4096).bytes();
+  for (int b = 0; b < 300; ++b) many += riff::Body().u16(0x0101).i16(int16_t(b)).i16(0).i16(0).i16(0).zeros(4096).bytes();
   Collection large;
   large.addWave(wave(fmt(2, 44100, 16), many + "+", info({{"INAM", "Large"}}) + wsmp({}) + riff::chunk("ewav", "abcd")));
   convertIn(dir, large.bytes());
   const WaveFacts facts = readWave(dir.file("out/c_dls/samples/Large.wav"));
-  ASSERT_EQ(facts.frames, 130 * 2048);
-  EXPECT_EQ(facts.points[129 * 4096], 129);
+  ASSERT_EQ(facts.frames, 300 * 2048);
+  for (int b : {129, 255, 256, 299}) EXPECT_EQ(facts.points[b * 4096], b);
 }
 

@@ -52,3 +52,18 @@ TEST(Gigxpand, EveryBlockModeDecodesItsChannelsAndStaysInsideItsFrames) {
   }
 }
 
+// The whole-buffer form decodes a block only when a byte follows it.
+TEST(Gigxpand, AWholeBufferDropsTheBlockThatEndsIt) {
+  const std::string two = codedBlock(0x0101, 100, 1, 0, 0) + codedBlock(0x0001, 10, 0, -1, 0) + "+";
+  std::vector<short> out(2 * 4096 + 1, 0x5555);
+  EXPECT_EQ(gigxpand(4106, two.data(), out.data()), 0);
+  EXPECT_EQ(out[0], 0x5555);
+  EXPECT_EQ(gigxpand(4107, two.data(), out.data()), 8192);
+  EXPECT_EQ(gigxpand(static_cast<int>(two.size()), two.data(), out.data()), 16384);
+  EXPECT_EQ(std::vector<short>(out.begin() + 4094, out.begin() + 4100), (std::vector<short>{
+                                                                            -1948, -1948, 9, 0, 7, -1}));
+  EXPECT_EQ(out[8192], 0x5555);
+  EXPECT_EQ(gigxpand(0, two.data(), out.data()), 0);
+  EXPECT_EQ(gigxpand(100, nullptr, out.data()), 0);
+}
+

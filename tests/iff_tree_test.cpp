@@ -68,6 +68,40 @@ TEST(ChunkTree, EveryLoadMethodBuildsTheSameTreeAndBodies) {
   EXPECT_FALSE(memory.ReleaseChunkPtr(memory.GetChunkPtr(data, false)));  // memory is never released
 }
 
+// The raw primitives keep one position per source; memory sources count
+// the bytes read, a stream and a virtual file whole items.
+TEST(ChunkTree, RawReadsSeeksAndTellsOfEverySource) {
+  TempDir dir;
+  writeFile(dir.file("f"), kWave);
+  auto check = [](IFFTree& tree, tolvin::IFF_LOAD_METHOD method, uint64_t lastRead) {
+    ASSERT_TRUE(tree.process(method)) << method;
+    char buffer[8] = {};
+    EXPECT_TRUE(tree.IFF_SEEK(12, 0));
+    EXPECT_EQ(tree.IFF_TELL(), 12) << method;
+    EXPECT_EQ(tree.IFF_READ(buffer, 1, 4), 4u) << method;
+    EXPECT_EQ(std::string(buffer, 4), "fmt ") << method;
+    EXPECT_TRUE(tree.IFF_SEEK(4, 1));
+    EXPECT_EQ(tree.IFF_TELL(), 20) << method;
+    EXPECT_TRUE(tree.IFF_SEEK(0, 2));
+    EXPECT_EQ(tree.IFF_TELL(), 62) << method;
+    EXPECT_TRUE(tree.IFF_SEEK(59, 0));
+    EXPECT_EQ(tree.IFF_READ(buffer, 2, 2), lastRead) << method;  // three bytes are left
+    EXPECT_EQ(std::string(buffer, 3), std::string("\0ab", 3)) << method;
+  };
+  for (auto method : {tolvin::IFF_LOAD_WHOLE_FILE, tolvin::IFF_LOAD_MEMORY_MAP, tolvin::IFF_LOAD_STREAM}) {
+    IFFTree tree(dir.file("f"), nullptr);
+    check(tree, method, method == tolvin::IFF_LOAD_STREAM ? 1 : 3);
+  }
+  IFFTree memory(reinterpret_cast<const uint8_t*>(kWave.data()), kWave.size());
+  check(memory, tolvin::IFF_LOAD_MEMORY, 3);
+  IFFTree virtualTree(new MemoryFile(kWave), true);
+  check(virtualTree, tolvin::IFF_LOAD_VIRTUAL, 1);
+  IFFTree unloaded(dir.file("f"), nullptr);
+  char byte = 0;
+  EXPECT_EQ(unloaded.IFF_TELL(), -1);
+  EXPECT_EQ(unloaded.IFF_READ(&byte, 1, 1), 0u);
+}
+
 TEST(ChunkTree, EveryMagicHasItsLayout) {
   const std::string caf = riff::Body().be16(1).be16(0).text("desc").be64(3).text("abc");
   const struct {

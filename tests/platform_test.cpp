@@ -7,6 +7,7 @@
 #include "source/OutputFile.h"
 #include "source/OutputTree.h"
 #include "source/PlatformTools.h"
+#include "source/TLVSConv.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tolvin;
@@ -40,6 +41,12 @@ TEST(StringHelpers, TrimCleanAndLowercaseTouchOnlyTheirBytes) {
 
   lowercase("BANK.Dlsc\xC3\x89", out);
   EXPECT_EQ(out, "bank.dlsc\xC3\x89");
+
+  // Windows Latin to UTF-8: one, two and three bytes, and an undefined byte.
+  EXPECT_EQ(TLVSConv("a\x80\xE9\x9F\xFF", WINDOWS_LATIN1), "a\xE2\x82\xAC\xC3\xA9\xC5\xB8\xC3\xBF");
+  EXPECT_EQ(TLVSConv("a\x81", WINDOWS_LATIN1), "TLVSConv_ERROR6");
+  EXPECT_EQ(TLVSConv("\x81", UTF8), "\x81");
+  EXPECT_EQ(TLVSConv(static_cast<const char*>(nullptr), UTF8), "");
 }
 
 TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {

@@ -6,6 +6,29 @@
 
 using namespace sfz;
 
+TEST(SfzNodes, AnOpcodeIsFoundByItsWholeTextFirstInOrder) {
+  SFZNode node;
+  node.addOpCode(new SFZOpCode(" a=1"));
+  node.addOpCode(new SFZOpCode(" b=2"));
+  node.addOpCode(new SFZOpCode(" b=2"));
+  node.addOpCode(nullptr);
+  ASSERT_EQ(node.getOpCodes().size(), 3u);
+  EXPECT_EQ(node.getOpCode(" b=2"), node.getOpCodes()[1].get());
+  EXPECT_EQ(node.getOpCode(" a=1"), node.getOpCodes()[0].get());
+  EXPECT_EQ(node.getOpCode(" b=2 "), nullptr);
+  EXPECT_EQ(node.getOpCode(" b="), nullptr);
+}
+
+TEST(SfzModulators, EveryFilterTypeHasItsText) {
+  const char* const texts[] = {"lpf_1p", "hpf_1p", "TODO filter_type", "TODO filter_type", "TODO filter_type",
+                               "lpf_2p", "hpf_2p", "bpf_2p", "brf_2p", "TODO filter_type", "lpf_4p",
+                               "hpf_4p", "bpf_4p", "brf_4p", "lpf_6p", "hpf_6p", "TODO filter_type"};
+  for (int type = 0; type < 17; ++type) {
+    SFZFilter filter(4, SFZModulator::TargetType(0), 1.0, SFZFilter::FilterType(type), 100.0, 0.5);
+    EXPECT_EQ(filter.getFilterStringType(), texts[type]) << type;
+  }
+}
+
 TEST(SfzElements, NumbersUseDefaultStreamFormatting) {
   SFZElement e("v", 0.0);
   const std::pair<double, const char*> cases[] = {

@@ -51,6 +51,39 @@ TEST(WaveWriter, HeaderFormatAndDataSizesArePatchedOnFinalize) {
   }
 }
 
+// Chunks of the caller's own, marked regions and audio from two mono buffers.
+TEST(WaveWriter, OwnChunksRegionsAndInterleavedChannels) {
+  TempDir dir;
+  FILE* file = std::fopen(dir.file("a.wav").c_str(), "wb");
+  {
+    WaveFileWriter writer(file);
+    EXPECT_TRUE(writer.appendChunk('a' | 'b' << 8 | 'c' << 16 | 'd' << 24, 5, "12345"));
+    writer.set_regions({{10, 20, "lead"}, {30, 5, "abc"}});
+    writer.prepareData(8000, 2, 16, false);
+    const int16_t left[] = {1, 2}, right[] = {-1, -2};
+    writer.writeData(left, right, 2);
+    writer.writeData(left, right, 0);
+    EXPECT_TRUE(writer.finalize());
+    EXPECT_FALSE(writer.appendChunk(0, 0, ""));
+  }
+  std::fclose(file);
+  riff::Body cue, adtl;
+  cue.u32(2).u32(1).u32(10).text("data").u32(0).u32(0).u32(10).u32(2).u32(30).text("data").u32(0).u32(0).u32(30);
+  adtl.text("adtl");
+  for (uint32_t id : {1u, 2u}) adtl.text("ltxt").u32(20).u32(id).u32(id == 1 ? 20 : 5).text("rgn ").u32(0).u32(0);
+  // An even label has no terminator, an odd one gets a zero byte.
+  adtl.text("labl").u32(8).u32(1).text("lead").text("labl").u32(8).u32(2).text(std::string("abc\0", 4));
+  const std::string expected = "abcd" + le32(6) + std::string("12345\0", 6) + riff::chunk("cue ", cue) +
+                               "LIST" + le32(static_cast<uint32_t>(adtl.bytes().size())) + adtl.bytes() +
+                               "data" + le32(8) + riff::Body().i16(1).i16(-1).i16(2).i16(-2).bytes();
+  const std::string bytes = readFile(dir.file("a.wav"));
+  EXPECT_EQ(bytes.substr(36), expected);
+  EXPECT_EQ(bytes.substr(4, 4), le32(static_cast<uint32_t>(bytes.size() - 8)));
+
+  WaveFileWriter nowhere(static_cast<const char*>(nullptr));
+  EXPECT_FALSE(nowhere.appendChunk(0, 0, ""));
+}
+
 TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas) {
   TempDir dir;
   std::string pool;
