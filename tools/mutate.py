@@ -25,6 +25,15 @@ one can see which tests catch what no other test catches.
                   [--kill-map FILE] [--at FILE:LINE...]
 
 --at plants every fault a named line can carry instead of a sample.
+
+A run's survivors are classified in a verdicts file, a line each:
+
+  <the survivor as the run printed it> | <class> | <one-line reason>
+
+with class one of gap, equivalent, speed-only or unreachable. With
+--verdicts FILE the summary counts only behaviour-changing faults (caught,
+gaps and survivors not yet classified); --classify LOG applies the verdicts
+to the output of an earlier run instead of running anything.
 """
 import argparse
 import os
@@ -211,6 +220,12 @@ def build(build_dir, jobs):
     return run(["cmake", "--build", ".", "-j", str(jobs)], build_dir, 900) == 0
 
 
+# The tests that take seconds each. ctest starts the longest first, so a
+# fault the quick ones catch would still wait for these: without a kill map
+# they run only once the others pass.
+SLOW_TESTS = r"Cancellation\.|EachFileAndFolderCostsABlock|debian_package|batch\.Interruption"
+
+
 def failing_tests(build_dir, jobs, every_test=False):
     """The quick tests that fail (or hang: that counts as caught too), or an
     empty list when all pass. Without every_test, the run stops at the first
@@ -219,9 +234,15 @@ def failing_tests(build_dir, jobs, every_test=False):
     if os.path.exists(failed_log):
         os.remove(failed_log)
     command = ["ctest", "-LE", "integration", "-j", str(jobs)]
-    if not every_test:
+    if every_test:
+        phases = [command]
+    else:
         command.append("--stop-on-failure")
-    status = run(command, build_dir, 240 if every_test else 120)
+        phases = [command + ["-E", SLOW_TESTS], command + ["-R", SLOW_TESTS]]
+    for phase in phases:
+        status = run(phase, build_dir, 240 if every_test else 120)
+        if status != 0:
+            break
     if status == 0:
         return []
     if not every_test or not os.path.exists(failed_log):
@@ -257,6 +278,52 @@ def report_kill_map(killers):
         print(f"  {alone.get(test, 0):3} / {total[test]:3}  {test}")
 
 
+NOT_BEHAVIOUR = ("equivalent", "speed-only", "unreachable")
+CLASSES = ("gap",) + NOT_BEHAVIOUR
+
+
+def read_verdicts(path):
+    """{survivor description: (class, reason)} from a verdicts file."""
+    verdicts = {}
+    with open(path, encoding="utf-8") as f:
+        for number, line in enumerate(f, 1):
+            if not line.strip() or line.startswith("#"):
+                continue
+            fields = line.rstrip("\n").rsplit(" | ", 2)
+            if len(fields) != 3 or fields[1] not in CLASSES:
+                raise SystemExit(f"{path}:{number}: expected 'survivor | class | reason'")
+            verdicts[fields[0].strip()] = (fields[1], fields[2].strip())
+    return verdicts
+
+
+def summarize(caught, survivors, verdicts):
+    """Prints every survivor with its verdict and the share of behaviour-
+    changing faults caught; survivors are (number, description) pairs."""
+    counts = {name: 0 for name in CLASSES + ("unclassified",)}
+    for n, text in sorted(survivors):
+        verdict, reason = verdicts.get(text, ("unclassified", ""))
+        counts[verdict] += 1
+        print(f"  survivor #{n} {text} | {verdict} | {reason}")
+    changing = caught + counts["gap"] + counts["unclassified"]
+    share = 100.0 * caught / changing if changing else 0.0
+    print(f"behaviour-changing: {caught} of {changing} caught ({share:.1f} %); "
+          + ", ".join(f"{counts[name]} {name}" for name in CLASSES + ("unclassified",)))
+
+
+def classify_log(log_path, verdicts):
+    caught, survivors = 0, []
+    pattern = re.compile(r"^#(\d+) (caught|SURVIVED): (.*)$")
+    with open(log_path, encoding="utf-8") as f:
+        for line in f:
+            m = pattern.match(line.rstrip("\n"))
+            if m and m.group(2) == "caught":
+                caught += 1
+            elif m:
+                survivors.append((int(m.group(1)), m.group(3)))
+    summarize(caught, survivors, verdicts)
+    return 0
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--sample", type=int, default=220)
@@ -267,7 +334,12 @@ def main():
     parser.add_argument("--list", action="store_true", help="print the sample, run nothing")
     parser.add_argument("--at", nargs="*", help="FILE:LINE places to plant every fault of")
     parser.add_argument("--kill-map", help="run every test against every fault; write who fails here")
+    parser.add_argument("--verdicts", help="classified survivors: 'survivor | class | reason' lines")
+    parser.add_argument("--classify", metavar="LOG", help="apply --verdicts to an earlier run's output")
     args = parser.parse_args()
+    verdicts = read_verdicts(args.verdicts) if args.verdicts else {}
+    if args.classify:
+        return classify_log(args.classify, verdicts)
 
     sites = all_sites(ROOT)
     # The first N of one fixed shuffle: a larger sample extends a smaller one.
@@ -326,8 +398,11 @@ def main():
     share = 100.0 * len(caught) / live if live else 0.0
     print(f"\n{len(chosen)} faults in {time.time() - began:.0f} s: {len(stillborn)} do not build, "
           f"{len(caught)} of {live} caught ({share:.1f} %)")
-    for n, site in sorted(survived):
-        print(f"  survivor #{n} {describe(site)}")
+    if args.verdicts:
+        summarize(len(caught), [(n, describe(site)) for n, site in survived], verdicts)
+    else:
+        for n, site in sorted(survived):
+            print(f"  survivor #{n} {describe(site)}")
     if kill_map:
         kill_map.close()
         report_kill_map(killers)
