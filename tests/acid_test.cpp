@@ -122,6 +122,12 @@ TEST(AcidLoop, WithoutBeatMarkersAOneRegionInstrument) {
   c = convert(dir, loop(acid::fmt(1, 1, 8000, 16), acid::strc({{0}, {300}}), acid::pcm16(std::vector<int16_t>(600)), ""));
   EXPECT_TRUE(contains(c.sfz, "\n<region> offset=0  end=300 delay_beats=0\n<region> offset=300 delay_beats=0\n"));
   EXPECT_TRUE(contains(c.sfz, "// WAVE File\n"));
+
+  // A control byte in the loop's name: an underscore in the file's name, a
+  // blank in the sample path.
+  writeFile(dir.file("a\tb.wav"), acid::wave(acid::fmt(1, 1, 8000, 16) + acid::pcm16(std::vector<int16_t>(8))));
+  runSorvane({dir.file("a\tb.wav"), dir.file("out")});
+  EXPECT_TRUE(contains(readFile(dir.file("out/a_b.sfz")), "sample=" + dir.file("a b.wav") + "\n"));
 }
 
 TEST(AcidLoop, SingleHitKeysStartLowerForLongSlicesListsAndStopAt127) {
@@ -177,6 +183,8 @@ TEST(AcidBadInput, MalformedLoopsNeverBreakTheConversion) {
     EXPECT_EQ(run.run.err, "") << c.what;
     EXPECT_TRUE(contains(run.run.out, c.message)) << c.what << "\n" << run.run.out;
   }
+  // Markers the chunk does not hold are not read as zeros.
+  EXPECT_FALSE(contains(convert(dir, cases[0].bytes).run.out, "series!:2"));
   // A folder given as the input ends with a message, not a crash.
   std::filesystem::create_directory(dir.file("folder.wav"));
   EXPECT_TRUE(contains(runSorvane({dir.file("folder.wav"), dir.file("out")}).out,

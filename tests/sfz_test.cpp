@@ -19,6 +19,24 @@ TEST(SfzNodes, AnOpcodeIsFoundByItsWholeTextFirstInOrder) {
   EXPECT_EQ(node.getOpCode(" b="), nullptr);
 }
 
+// A second target turns a targeted modulator into one of several targets;
+// one made without a target keeps none.
+TEST(SfzModulators, AddedTargetsMakeAModulatorMulti) {
+  SFZLfo untargeted(1, SFZModulator::TargetType(0), 0.0, SFZLfo::WaveType(0), 1.0, 0.0, 0.0);
+  untargeted.addTarget(SFZModulator::TargetType(4), 2.0);
+  untargeted.addTarget(SFZModulator::TargetType(1), 3.0);
+  EXPECT_EQ(untargeted.getTargetType(), SFZModulator::TargetType(0));
+  SFZEg eg(2, SFZModulator::TargetType(1), 5.0);
+  eg.addTarget(SFZModulator::TargetType(4), 6.0);
+  EXPECT_EQ(eg.getTargetType(), SFZModulator::TargetType(5));
+  SFZLfo lfo(3, SFZModulator::TargetType(99), 0.0, SFZLfo::WaveType(0), 1.0, 0.0, 0.0);
+  lfo.addTarget(SFZModulator::TargetType(2), 1.0);
+  EXPECT_EQ(lfo.getTargetType(), SFZModulator::TargetType(99));
+  SFZLfo targeted(4, SFZModulator::TargetType(1), 0.0, SFZLfo::WaveType(0), 1.0, 0.0, 0.0);
+  targeted.addTarget(SFZModulator::TargetType(2), 1.0);
+  EXPECT_EQ(targeted.getTargetType(), SFZModulator::TargetType(5));
+}
+
 TEST(SfzModulators, EveryFilterTypeHasItsText) {
   const char* const texts[] = {"lpf_1p", "hpf_1p", "TODO filter_type", "TODO filter_type", "TODO filter_type",
                                "lpf_2p", "hpf_2p", "bpf_2p", "brf_2p", "TODO filter_type", "lpf_4p",
