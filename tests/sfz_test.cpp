@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <vector>
 
 #include "Converters/Common/sfz.h"
 
@@ -35,6 +36,11 @@ TEST(SfzModulators, AddedTargetsMakeAModulatorMulti) {
   SFZLfo targeted(4, SFZModulator::TargetType(1), 0.0, SFZLfo::WaveType(0), 1.0, 0.0, 0.0);
   targeted.addTarget(SFZModulator::TargetType(2), 1.0);
   EXPECT_EQ(targeted.getTargetType(), SFZModulator::TargetType(5));
+  // Each kind carries its type number.
+  const SFZSimpleMod simple(5, SFZModulator::TargetType(3), "amplitude", 1.0);
+  const SFZFilter filter(6, SFZModulator::TargetType(0), 1.0, SFZFilter::FilterType(5), 100.0, 0.5);
+  EXPECT_EQ((std::vector<int>{simple.getType(), targeted.getType(), eg.getType(), filter.getType()}),
+            (std::vector<int>{0, 1, 2, 3}));
 }
 
 TEST(SfzModulators, EveryFilterTypeHasItsText) {
