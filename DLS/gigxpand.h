@@ -9,7 +9,6 @@
 
 const int kGigFramesPerBlock = 2048;
 const int kGigBlockOutputBytes = kGigFramesPerBlock * 4;
-const int kGigLargestBlock = 8194;
 
 // Bytes taken by the block that starts with this mode word.
 int gigBlockSize(uint16_t mode);

@@ -176,5 +176,12 @@ TEST(DLSWavePool, CompressedWavesAreExpandedAndLeaveTheConsoleInHexadecimal) {
   const WaveFacts facts = readWave(dir.file("out/c_dls/samples/Large.wav"));
   ASSERT_EQ(facts.frames, 300 * 2048);
   for (int b : {129, 255, 256, 299}) EXPECT_EQ(facts.points[b * 4096], b);
+
+  // Data ending exactly with a block: that block is dropped.
+  Collection exact;
+  exact.addWave(wave(fmt(2, 44100, 16), many.substr(0, 2 * 4106), info({{"INAM", "Exact"}}) + wsmp({}) +
+                                                                      riff::chunk("ewav", "abcd")));
+  convertIn(dir, exact.bytes());
+  EXPECT_EQ(readWave(dir.file("out/c_dls/samples/Exact.wav")).frames, 2048);
 }
 

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "RIFF/Sorvane.h"
 #include "tests/support/AcidBuilder.h"
 #include "tests/support/TestSupport.h"
 
@@ -43,6 +44,21 @@ TEST(Driver, ArgumentShapesGiveTheirBoxesAndStatuses) {
     EXPECT_EQ(run.status, c.status) << ::testing::PrintToString(c.args);
     EXPECT_EQ(run.err, "");
   }
+}
+
+// In process: 1 once a converter ran, whatever it found; 0 without one.
+TEST(Driver, ConvertTellsWhetherAConverterRan) {
+  TempDir dir;
+  writeFile(dir.file("a.foo"), "x");
+  writeFile(dir.file("b.wav"), "RIF");
+  std::string result;
+  const std::string console = captureStdout([&] {
+    EXPECT_EQ(sorvane_convert(dir.file("a.foo"), dir.file("out"), result), 0);
+    EXPECT_EQ(sorvane_convert(dir.file("missing.sf2"), dir.file("out"), result), 0);
+    EXPECT_EQ(sorvane_convert(dir.file("b.wav"), dir.file("out"), result), 1);
+  });
+  EXPECT_EQ(result, "");
+  EXPECT_TRUE(contains(console, "Unsupported extension:foo\n")) << console;
 }
 
 TEST(Driver, OnlyExactlyThreeArgumentsWriteTheResultsFile) {
