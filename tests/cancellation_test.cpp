@@ -85,6 +85,15 @@ TEST(Cancellation, ASignalAtAnyMomentLeavesOnlyWholeFilesAndEndsTheRunByIt) {
       expectOnlyWholeFiles(out, context);
     }
     EXPECT_GE(stopped, rounds / 4) << input;  // a quarter at least, even in a slow sanitized build
+
+    // A signal ignored when the run starts (nohup, a background job) stays so.
+    RunLimits ignored;
+    ignored.signal = SIGHUP;
+    ignored.signalIgnored = true;
+    ignored.signalDelayMicros = static_cast<unsigned>(micros.count() / 8);
+    const RunResult run = runSorvane({dir.file(input), dir.file(std::string(input) + "-ignored")}, ignored);
+    EXPECT_EQ(run.signal, 0) << input;
+    EXPECT_EQ(run.status, 0) << input;
   }
 }
 

@@ -112,6 +112,8 @@ TEST(ChunkTree, EveryMagicHasItsLayout) {
       {"RIFX", riff::listBE("RIFX", "WAVE", riff::chunkBE("fmt ", "abc")), "RIFX(WAVE)@0+16[fmt @12+4 ] "},
       {"FORM", riff::listBE("FORM", "AIFF", riff::chunkBE("COMM", "ab")), "FORM(AIFF)@0+14[COMM@12+2 ] "},
       {"CAT", riff::listBE("CAT ", std::string(4, '\0'), ""), "CAT (NULL)@0+4 "},
+      {"PROP", riff::listBE("FORM", "AIFF", riff::listBE("PROP", "ILBM", riff::chunkBE("BMHD", "ab"))),
+       "FORM(AIFF)@0+26[PROP(ILBM)@12+14[BMHD@24+2 ] ] "},
       {"LIST", riff::listBE("LIST", std::string("ab\0d", 4), ""), "LIST(ab)@0+4 "},
       // RF64 is a 64-bit-size layout, not a container.
       {"RF64", "RF64" + riff::Body().u64(18).text("WAVEab12").u64(1).text("z").u8(0).bytes(), "RF64@0+18 "},

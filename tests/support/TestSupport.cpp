@@ -87,6 +87,7 @@ RunResult runSorvane(const std::vector<std::string>& arguments, const RunLimits&
       struct rlimit limit = {limits.fileSize, limits.fileSize};
       ::setrlimit(RLIMIT_FSIZE, &limit);
     }
+    if (limits.signalIgnored) ::signal(limits.signal, SIG_IGN);
     struct rlimit memory = {limits.memory, limits.memory};
     if (limits.memory) ::setrlimit(RLIMIT_AS, &memory);
     std::vector<char*> argv;

@@ -40,6 +40,7 @@ struct RunLimits {
   bool closedConsole = false;
   int signal = 0;
   unsigned signalDelayMicros = 0;
+  bool signalIgnored = false;  // the program starts with `signal` ignored
   int user = -1;
   bool closedDescriptors = false;
 };
