@@ -94,12 +94,22 @@ TEST(ChunkTree, RawReadsSeeksAndTellsOfEverySource) {
   }
   IFFTree memory(reinterpret_cast<const uint8_t*>(kWave.data()), kWave.size());
   check(memory, tolvin::IFF_LOAD_MEMORY, 3);
-  IFFTree virtualTree(new MemoryFile(kWave), true);
-  check(virtualTree, tolvin::IFF_LOAD_VIRTUAL, 1);
+  // A virtual file goes with the tree only when the tree owns it.
+  bool ownedGone = false, lentGone = false;
+  MemoryFile lent(kWave, &lentGone);
+  {
+    IFFTree virtualTree(new MemoryFile(kWave, &ownedGone), true);
+    check(virtualTree, tolvin::IFF_LOAD_VIRTUAL, 1);
+    IFFTree lending(&lent, false);
+    check(lending, tolvin::IFF_LOAD_VIRTUAL, 1);
+  }
+  EXPECT_TRUE(ownedGone);
+  EXPECT_FALSE(lentGone);
   IFFTree unloaded(dir.file("f"), nullptr);
   char byte = 0;
   EXPECT_EQ(unloaded.IFF_TELL(), -1);
   EXPECT_EQ(unloaded.IFF_READ(&byte, 1, 1), 0u);
+  EXPECT_EQ(unloaded.chunkOffset(nullptr, false) + unloaded.chunkLength(nullptr, true), 0u);
 }
 
 TEST(ChunkTree, EveryMagicHasItsLayout) {

@@ -11,7 +11,10 @@ namespace testsupport {
 
 class MemoryFile : public tolvin::VirtualFile {
  public:
-  explicit MemoryFile(std::string bytes) : bytes_(std::move(bytes)) {}
+  explicit MemoryFile(std::string bytes, bool* gone = nullptr) : bytes_(std::move(bytes)), gone_(gone) {}
+  ~MemoryFile() override {
+    if (gone_) *gone_ = true;
+  }
   uint64_t read(void* buffer, uint64_t count) override {
     count = std::min<uint64_t>(count, position_ < bytes_.size() ? bytes_.size() - position_ : 0);
     std::memcpy(buffer, bytes_.data() + position_, count);
@@ -28,6 +31,7 @@ class MemoryFile : public tolvin::VirtualFile {
  private:
   std::string bytes_;
   uint64_t position_ = 0;
+  bool* gone_;
 };
 
 }  // namespace testsupport
