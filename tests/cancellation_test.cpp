@@ -65,8 +65,13 @@ TEST(Cancellation, ASignalAtAnyMomentLeavesOnlyWholeFilesAndEndsTheRunByIt) {
   const int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
   for (const char* input : {"bank.sf2", "bank.dls"}) {
     const auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(runSorvane({dir.file(input), dir.file("whole")}).status, 0);
+    const std::string whole = dir.file(std::string(input) + "-whole");
+    ASSERT_EQ(runSorvane({dir.file(input), whole}).status, 0);
     const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
+    // Every preset, those written ahead of the pool included.
+    size_t files = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(whole)) files += entry.path().extension() == ".sfz";
+    EXPECT_EQ(files, 400u) << input;
     int stopped = 0;
     const int rounds = 24;
     for (int round = 0; round < rounds; ++round) {

@@ -110,5 +110,14 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
   dropped.write("cut");
   Leftovers::removeAll();  // as a signal handler would
   EXPECT_EQ(testsupport::listDir(dir.path()), std::vector<std::string>{"a.txt"});
+  {
+    // An unnamed file finished early (named, closed) is put in place later.
+    OutputTree unnamed(dir.path());
+    OutputFile early(dir.file("c.txt"), unnamed);
+    ASSERT_TRUE(early.write("early"));
+    EXPECT_TRUE(early.finish());
+    EXPECT_TRUE(early.commit());
+  }
+  EXPECT_EQ(testsupport::readFile(dir.file("c.txt")), "early");
   EXPECT_EQ(testsupport::readFile(dir.file("a.txt")), "whole");
 }
