@@ -8,6 +8,7 @@
 #include "source/OutputTree.h"
 #include "source/PlatformTools.h"
 #include "source/TLVSConv.h"
+#include "source/TextSink.h"
 #include "tests/support/TestSupport.h"
 
 using namespace tolvin;
@@ -90,6 +91,23 @@ TEST(WholeFiles, ExternalizeFailsWithoutItsFolderAndSizesOfMissingFilesAreZero) 
   EXPECT_TRUE(testsupport::listDir(dir.path()).empty());
   EXPECT_EQ(fileSize(dir.file("missing")), 0);
   EXPECT_TRUE(fileExists(dir.path()));
+}
+
+// Text gathers in a 64 KiB block: a piece larger than the block goes
+// straight out, what is pending goes out before the sink turns elsewhere.
+TEST(WholeFiles, TextSinkKeepsItsOrderAcrossTheBlock) {
+  testsupport::TempDir dir;
+  OutputTree tree(dir.path());
+  OutputFile file(dir.file("t.txt"), tree);
+  TextSink sink;
+  sink.attach(&file);
+  const std::string big((64 << 10) + 1, 'b');
+  sink << 'a' << big << std::string((64 << 10) - 1, 'c') << int16_t(-7) << "d";
+  sink.attach(nullptr);
+  sink << "dropped";
+  sink.flush();
+  ASSERT_TRUE(file.commit());
+  EXPECT_EQ(testsupport::readFile(dir.file("t.txt")), "a" + big + std::string((64 << 10) - 1, 'c') + "-7d");
 }
 
 // Where unnamed files cannot be had, a file is written under a temporary

@@ -46,6 +46,11 @@ TEST(SF2Samples, RateOverrideTuning) {
   slow.samples[0].rate = 1;
   slow.samples.push_back({"Fast", 0, 10, 0, 5, 22050, 60, 0, 0, 1});
   EXPECT_TRUE(contains(presetText(slow), "main:1 curr:22050 */\n pitch_keycenter=60 tune=17314\n"));
+  // A rate becomes the main one when it is higher and differs from the next.
+  Bank stepped = regionBank({});
+  stepped.samples[0].rate = 10;
+  for (uint32_t rate : {50u, 10u, 99u}) stepped.samples.push_back({"R", 0, 10, 0, 5, rate, 60, 0, 0, 1});
+  EXPECT_TRUE(contains(presetText(stepped), "main:50 curr:10 */"));
 }
 
 TEST(SF2Samples, LinkedSamplesStopTheConversionSilently) {
