@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 
 #include "source/ByteReader.h"
@@ -91,6 +92,42 @@ TEST(WholeFiles, ExternalizeFailsWithoutItsFolderAndSizesOfMissingFilesAreZero) 
   EXPECT_TRUE(testsupport::listDir(dir.path()).empty());
   EXPECT_EQ(fileSize(dir.file("missing")), 0);
   EXPECT_TRUE(fileExists(dir.path()));
+}
+
+// The input's multiple plus a constant, the edge itself allowed, and every
+// run starting afresh.
+TEST(WholeFiles, TheOutputBudgetTakesItsEdgeAndStartsAfreshPerRun) {
+  OutputBudget::startRun(3);
+  const uint64_t limit = 3 * OutputBudget::kInputMultiple + OutputBudget::kConstant;
+  EXPECT_EQ(OutputBudget::limit(), limit);
+  EXPECT_TRUE(OutputBudget::charge(limit - 1));
+  EXPECT_TRUE(OutputBudget::charge(1));
+  EXPECT_FALSE(OutputBudget::exceeded());
+  EXPECT_FALSE(OutputBudget::charge(1));
+  EXPECT_TRUE(OutputBudget::exceeded());
+  EXPECT_FALSE(OutputBudget::charge(0));  // for good
+  OutputBudget::startRun(0);
+  EXPECT_FALSE(OutputBudget::exceeded());
+  EXPECT_TRUE(OutputBudget::charge(OutputBudget::kConstant));
+  EXPECT_FALSE(OutputBudget::charge(1));
+  OutputBudget::unlimited();
+}
+
+// The cancellation register holds 262,144 names; one past its room is
+// refused, and forgotten tickets are handed out again.
+TEST(WholeFiles, TheLeftoversRegisterRefusesNamesPastItsRoom) {
+  std::vector<int> tickets;
+  for (int ticket; (ticket = Leftovers::remember(-1, "x", false)) >= 0 && tickets.size() <= (1u << 18);)
+    tickets.push_back(ticket);
+  std::vector<int> distinct = tickets;
+  std::sort(distinct.begin(), distinct.end());
+  distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
+  EXPECT_EQ(distinct.size(), tickets.size());
+  EXPECT_EQ(distinct.back(), (1 << 18) - 1);
+  for (int ticket : tickets) Leftovers::forget(ticket);
+  const int again = Leftovers::remember(-1, "x", false);
+  EXPECT_GE(again, 0);
+  Leftovers::forget(again);
 }
 
 // Text gathers in a 64 KiB block: a piece larger than the block goes
