@@ -2,6 +2,11 @@
 
 #include <algorithm>
 #include <limits>
+#include <thread>
+
+#include <signal.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include "source/ByteReader.h"
 #include "source/Cancellation.h"
@@ -92,6 +97,42 @@ TEST(WholeFiles, ExternalizeFailsWithoutItsFolderAndSizesOfMissingFilesAreZero) 
   EXPECT_TRUE(testsupport::listDir(dir.path()).empty());
   EXPECT_EQ(fileSize(dir.file("missing")), 0);
   EXPECT_TRUE(fileExists(dir.path()));
+}
+
+// A write that a signal cuts short is continued where it stopped, in
+// either of the two pieces.
+TEST(WholeFiles, ShortWritesAreContinued) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  struct sigaction tick = {}, before;
+  tick.sa_handler = [](int) {};  // no SA_RESTART: a blocked write returns what it wrote
+  ::sigaction(SIGALRM, &tick, &before);
+  std::string first(3 << 20, '\0'), second((1 << 20) + 7, '\0');
+  for (size_t i = 0; i < first.size(); ++i) first[i] = static_cast<char>(i % 251);
+  for (size_t i = 0; i < second.size(); ++i) second[i] = static_cast<char>(i % 241);
+  std::string received;
+  std::thread reader([&] {
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    ::pthread_sigmask(SIG_BLOCK, &alarm, nullptr);  // the writer's calls are the ones cut short
+    char buffer[4096];
+    for (ssize_t n; (n = ::read(ends[0], buffer, sizeof buffer)) != 0;) {
+      if (n > 0) received.append(buffer, static_cast<size_t>(n));
+      if (received.size() % (256 << 10) < 4096) ::usleep(1000);  // the pipe fills meanwhile
+    }
+  });
+  const itimerval every = {{0, 300}, {0, 300}}, off = {};
+  ::setitimer(ITIMER_REAL, &every, nullptr);
+  const bool written = writeFully(ends[1], first.data(), first.size(), second.data(), second.size()) &&
+                       writeFully(ends[1], second.data(), second.size());
+  ::setitimer(ITIMER_REAL, &off, nullptr);
+  ::close(ends[1]);
+  reader.join();
+  ::close(ends[0]);
+  ::sigaction(SIGALRM, &before, nullptr);
+  EXPECT_TRUE(written);
+  EXPECT_TRUE(received == first + second + second) << received.size();
 }
 
 // The input's multiple plus a constant, the edge itself allowed, and every
