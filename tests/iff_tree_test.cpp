@@ -127,6 +127,9 @@ TEST(ChunkTree, EveryMagicHasItsLayout) {
       {"LIST", riff::listBE("LIST", std::string("ab\0d", 4), ""), "LIST(ab)@0+4 "},
       // RF64 is a 64-bit-size layout, not a container.
       {"RF64", "RF64" + riff::Body().u64(18).text("WAVEab12").u64(1).text("z").u8(0).bytes(), "RF64@0+18 "},
+      // IF64 has the same layout but is a container as well.
+      {"IF64", "IF64" + riff::Body().u64(18).text("WAVEab12").u64(1).text("z").u8(0).bytes(),
+       "IF64(WAVE)@0+18[ab12@16+2 ] "},
       {"Wave64", "riff" + std::string(12, 'g') + riff::Body().u64(66).bytes() + "wave" + std::string(12, 'g') + "data" +
                      std::string(12, 'g') + riff::Body().u64(24 + 2).bytes() + "hi",
        "riff(wave)@0+42[data@40+2 ] "},

@@ -196,7 +196,8 @@ TEST(HostileEnvironment, PathsAndInputsThatCannotBeUsedGetOneLineAndNothingIsWri
       {{dir.file("pipe.sf2"), dir.file("out")}, "Input is not a regular file: " + dir.file("pipe.sf2") + "\n"},
       {{dir.file("folder.wav"), dir.file("out")}, "Input is not a regular file: " + dir.file("folder.wav") + "\n"},
       {{dir.file("device.dls"), dir.file("out")}, "Input is not a regular file: " + dir.file("device.dls") + "\n"},
-      {{dir.file("bank.sf2"), deep}, "Output path too long: " + std::to_string(deep.size()) + " bytes"},
+      {{dir.file("bank.sf2"), deep},
+       "Output path too long: " + std::to_string(deep.size()) + " bytes, the system allows 4095\n"},
       {{dir.file("bank.sf2"), dir.file("out"), dir.file("bank.sf2")},
        "The results file must not be the input: " + dir.file("bank.sf2") + "\n"},
       {{dir.file("bank.dls"), dir.file("blocker"), dir.file("results.txt")}, "Not able to open output file "},
@@ -481,7 +482,8 @@ TEST(HostileEnvironment, ResultsTargetsThatAreNotPlainFilesAreLeftAsTheyAre) {
   ASSERT_EQ(::mkfifo(dir.file("fifo").c_str(), 0600), 0);
   // A null device of the test's own (where it may make one): a faulty build
   // must not replace the system's.
-  std::vector<std::string> targets = {dir.file("link"), dir.file("fifo")};
+  fs::create_directory(dir.file("folder"));
+  std::vector<std::string> targets = {dir.file("link"), dir.file("fifo"), dir.file("folder")};
   if (::mknod(dir.file("null").c_str(), S_IFCHR | 0666, makedev(1, 3)) == 0) targets.push_back(dir.file("null"));
   for (const std::string& target : targets) {
     const RunResult run = runSorvane({dir.file("bank.sf2"), dir.file("out"), target});
@@ -490,6 +492,7 @@ TEST(HostileEnvironment, ResultsTargetsThatAreNotPlainFilesAreLeftAsTheyAre) {
   EXPECT_EQ(readFile(dir.file("victim")), "precious");
   EXPECT_TRUE(isLinkAt(dir.file("link")));
   EXPECT_TRUE(fs::is_fifo(dir.file("fifo")));
+  EXPECT_TRUE(fs::is_empty(dir.file("folder")));
 
   // A results file the user may write, in a folder where they may not
   // create one, is written where it stands (run as another user when root).
