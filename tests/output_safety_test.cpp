@@ -212,6 +212,10 @@ TEST(HostileEnvironment, PathsAndInputsThatCannotBeUsedGetOneLineAndNothingIsWri
   }
   EXPECT_EQ(readFile(dir.file("bank.sf2")), onePresetBank().bytes());
   EXPECT_EQ(readFile(dir.file("blocker")), "not a folder");
+  // A loop's file that cannot be made is said once, never as a failed write.
+  writeFile(dir.file("loop.wav"), acid::wave(acid::fmt(1, 1, 8000, 16) + acid::pcm16(ramp(8))));
+  const std::string loop = runSorvane({dir.file("loop.wav"), dir.file("blocker")}).out;
+  EXPECT_EQ(loop.substr(loop.find("error")), "error creating output file!\n");
   // An empty results path is no results file.
   EXPECT_EQ(runSorvane({dir.file("bank.sf2"), dir.file("out"), ""}).status, 0);
   EXPECT_TRUE(exists(dir.file("out/000_P.sfz")));
