@@ -94,6 +94,12 @@ TEST(AcidLoop, SlicesMoveToTheQuietestFrameNearby) {
   stereo[2 * 5 + 1] = 0;
   EXPECT_TRUE(contains(convert(dir, loop(acid::fmt(1, 2, 8000, 16), acid::strc({{0}, {100}}), acid::pcm16(stereo))).sfz,
                        "<region> offset=7  end=100 key=36\n"));
+  // Float samples are read 4 bytes each, whatever width the format declares.
+  riff::Body wideFloats;
+  for (int i = 0; i < 400; ++i) wideFloats.f32(i == 6 ? 0.05f : 0.5f);
+  EXPECT_TRUE(contains(convert(dir, loop(acid::fmt(3, 1, 8000, 64), acid::strc({{0}, {100}}),
+                                         riff::chunk("data", wideFloats))).sfz,
+                       "<region> offset=6  end=100 key=36\n"));
   riff::Body bytes;  // 8-bit samples are read as signed
   for (int i = 0; i < 200; ++i) bytes.u8(i == 9 ? 0x80 : i == 5 ? 0x05 : 0x70);
   EXPECT_TRUE(contains(convert(dir, loop(acid::fmt(1, 1, 8000, 8), acid::strc({{0}, {100}}), riff::chunk("data", bytes))).sfz,

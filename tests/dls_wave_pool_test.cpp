@@ -177,6 +177,16 @@ TEST(DLSWavePool, CompressedWavesAreExpandedAndLeaveTheConsoleInHexadecimal) {
   ASSERT_EQ(facts.frames, 300 * 2048);
   for (int b : {129, 255, 256, 299}) EXPECT_EQ(facts.points[b * 4096], b);
 
+  // A plain wave past the 4 MiB read at once streams through in pieces.
+  std::string bytes((4 << 20) + 2, '\x10');
+  bytes.back() = '\x7f';
+  Collection longer;
+  longer.addWave(wave(fmt(1, 8000, 8), bytes, info({{"INAM", "Long"}}) + wsmp({})));
+  convertIn(dir, longer.bytes());
+  const std::string longWave = readFile(dir.file("out/c_dls/samples/Long.wav"));
+  EXPECT_EQ(u32At(longWave, longWave.size() - bytes.size() - 4), bytes.size());
+  EXPECT_EQ(longWave.back(), '\x7f');
+
   // Data ending exactly with a block: that block is dropped.
   Collection exact;
   exact.addWave(wave(fmt(2, 44100, 16), many.substr(0, 2 * 4106), info({{"INAM", "Exact"}}) + wsmp({}) +

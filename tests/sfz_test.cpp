@@ -3,6 +3,7 @@
 #include <cmath>
 #include <vector>
 
+#include "Converters/Common/GMCurves.h"
 #include "Converters/Common/sfz.h"
 
 using namespace sfz;
@@ -51,6 +52,18 @@ TEST(SfzModulators, EveryFilterTypeHasItsText) {
     SFZFilter filter(4, SFZModulator::TargetType(0), 1.0, SFZFilter::FilterType(type), 100.0, 0.5);
     EXPECT_EQ(filter.getFilterStringType(), texts[type]) << type;
   }
+}
+
+// The six 128-point tables, by their closed forms at one point.
+TEST(GMCurvesTables, EachTableHoldsItsCurve) {
+  tolvin::GMCurves::init();
+  const double x = 100.0;
+  EXPECT_NEAR(tolvin::GMCurves::ConcaveLin[100], (x / 127) * (x / 127), 1e-12);
+  EXPECT_NEAR(tolvin::GMCurves::PanLeftLin[100], std::sqrt((127 - x) / x), 1e-12);
+  EXPECT_NEAR(tolvin::GMCurves::PanRightLin[100], std::sqrt(127 / x), 1e-12);
+  EXPECT_NEAR(tolvin::GMCurves::ConcavedB[100], 20 * std::log10((x / 127) * (x / 127)), 1e-12);
+  EXPECT_NEAR(tolvin::GMCurves::PanLeftdB[100], 10 * std::log10((127 - x) / x), 1e-12);
+  EXPECT_NEAR(tolvin::GMCurves::PanRightdB[100], 10 * std::log10(127 / x), 1e-12);
 }
 
 TEST(SfzElements, NumbersUseDefaultStreamFormatting) {
