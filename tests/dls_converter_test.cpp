@@ -44,7 +44,10 @@ TEST(DLSInstrumentFile, MatchesTheHandWrittenFile) {
   c.addInstrument(piano);
   Instrument drums;
   drums.bank = 0x80000000;
-  drums.regions = {fullRegion(0, wsmp({}))};
+  Sampling forward, twoLoops;
+  forward.loops = {{0, 10, 20}};
+  twoLoops.loops = {{0, 0, 4}, {0, 4, 4}};
+  drums.regions = {fullRegion(0, wsmp({})), fullRegion(0, wsmp(forward)), fullRegion(0, wsmp(twoLoops))};
   c.addInstrument(drums);
 
   writeFile(dir.file("My Bank.dls"), c.bytes());
@@ -54,7 +57,8 @@ TEST(DLSInstrumentFile, MatchesTheHandWrittenFile) {
   EXPECT_EQ(run.err, "");
   EXPECT_EQ(run.out.substr(run.out.rfind('*') + 2), "No smpl/wsmpl info for:" + folder +
                                                       "/samples/UNKNOWN_0.wav\nERROR unimplemented taking "
-                                                      "defaults from wave itself\n");
+                                                      "defaults from wave itself\n"
+                                                      "Error, DLS 2.2 doesn't support more than ONE loop, not 2\n");
   EXPECT_EQ(readFile(dir.file("results.txt")), folder + "/Bank_00000000/005_Grand_Piano.sfz");
   const std::string text = readFile(folder + "/Bank_00000000/005_Grand_Piano.sfz");
   EXPECT_TRUE(hasDateLine(text, kDate));
@@ -62,7 +66,8 @@ TEST(DLSInstrumentFile, MatchesTheHandWrittenFile) {
   // A drum bank's folder; no instrument texts; an unlooped region.
   const std::string drumText = readFile(folder + "/Bank_80000000/000_UNNAMED.sfz");
   EXPECT_TRUE(contains(drumText, "\n\n// \n// MIDI Bank        : 2147483648\n// MIDI Instrument  : 0\n"));
-  EXPECT_TRUE(contains(drumText, " volume=0\n loop_mode=no_loop\n\n\n"));
+  EXPECT_TRUE(contains(drumText, " volume=0\n loop_mode=no_loop\n\n<region>"));
+  EXPECT_TRUE(contains(drumText, " loop_start=10 loop_end=29\n loop_mode=loop_continuous\n"));
 }
 
 TEST(DLSCollection, StructureProblemsAreReportedAndOtherInstrumentsGoOn) {

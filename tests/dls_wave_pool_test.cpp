@@ -50,7 +50,7 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   odd.loops = {{5, 2, 6}};
   c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(16)), info({{"INAM", "Odd"}}) + wsmp(odd)));
   riff::Body smpl;  // its loop record is read 36 records in
-  smpl.u32(0).u32(11).u32(125000).u32(64).u32(0).u32(25).u32(0x01020304).u32(1).u32(5).zeros(864 - 36);
+  smpl.u32(3).u32(11).u32(125000).u32(64).u32(0).u32(25).u32(0x01020304).u32(1).u32(5).zeros(864 - 36);
   smpl.u32(7).u32(1).u32(3).u32(9).u32(0x11).u32(4);
   c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(12)), info({{"INAM", "S"}}) + riff::chunk("smpl", smpl)));
   c.addWave(wave(fmt(1, 8000, 32, 3), std::string(8, 'f'), info({{"INAM", "Float"}})));
@@ -102,7 +102,8 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   EXPECT_EQ(u32At(oddWave, 44 + 36 + 12), 8u);
   // The smpl chunk's own record, 864 bytes in.
   const std::string s = readFile(samples + "S.wav");
-  EXPECT_EQ(u32At(s, 44 + 4), 11u);  // product
+  EXPECT_EQ(u32At(s, 44), 3u);  // manufacturer and product
+  EXPECT_EQ(u32At(s, 44 + 4), 11u);
   EXPECT_EQ(u32At(s, 44 + 12), 64u);
   EXPECT_EQ(u32At(s, 44 + 20), 25u);  // SMPTE format and offset
   EXPECT_EQ(u32At(s, 44 + 24), 0x01020304u);
