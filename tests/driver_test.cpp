@@ -55,10 +55,17 @@ TEST(Driver, ConvertTellsWhetherAConverterRan) {
   const std::string console = captureStdout([&] {
     EXPECT_EQ(sorvane_convert(dir.file("a.foo"), dir.file("out"), result), 0);
     EXPECT_EQ(sorvane_convert(dir.file("missing.sf2"), dir.file("out"), result), 0);
+    EXPECT_EQ(sorvane_convert(dir.path(), dir.file("out"), result), 0);  // not a plain file
+    EXPECT_EQ(sorvane_convert(dir.file("b.wav"), std::string(5000, 'o'), result), 0);
     EXPECT_EQ(sorvane_convert(dir.file("b.wav"), dir.file("out"), result), 1);
   });
   EXPECT_EQ(result, "");
   EXPECT_TRUE(contains(console, "Unsupported extension:foo\n")) << console;
+  // A song without a collection ends after its MIDI file.
+  writeFile(dir.file("song.rmi"), riff::list("RIFF", "RMID", riff::chunk("data", "MThd")));
+  const RunResult song = runSorvane({dir.file("song.rmi"), dir.file("out")});
+  EXPECT_EQ(song.out.substr(song.out.rfind('*') + 2), "");
+  EXPECT_EQ(readFile(dir.file("song.mid")), "MThd");
 }
 
 TEST(Driver, OnlyExactlyThreeArgumentsWriteTheResultsFile) {

@@ -254,6 +254,7 @@ TEST(HostileEnvironment, NoFileIsWrittenThroughALink) {
   EXPECT_TRUE(contains(rmi.out, "sub file would overwrite the input, not written:" + dir.file("song.mid")));
   EXPECT_TRUE(contains(rmi.out, "sub file would overwrite the input, not written:" + dir.file("song.dls")));
   EXPECT_EQ(readFile(dir.file("song.rmi")), song);
+  EXPECT_EQ(readFile(dir.file("song.mid")), song);  // still the song's second name
 
   // The output folder itself may be a link: the user chose it.
   TempDir real;
