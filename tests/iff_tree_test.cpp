@@ -222,4 +222,7 @@ TEST(ByteReader, ReadsPastTheEndGiveZeroAndMarkTheReader) {
   EXPECT_EQ(cut.u16(2), 0x6463u);
   EXPECT_EQ(cut.sub(1, 4).size(), 0u);
   EXPECT_EQ(cut.bytes(0, 5), nullptr);
+  // An empty range at the very end is inside; one past it is not.
+  EXPECT_TRUE(cut.has(4, 0));
+  EXPECT_FALSE(cut.has(5, 0));
 }
