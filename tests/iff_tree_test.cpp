@@ -64,6 +64,12 @@ TEST(ChunkTree, EveryLoadMethodBuildsTheSameTreeAndBodies) {
   const uint8_t* whole = virtualTree.GetChunkPtr(data, true);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(whole), 4), "data");
   EXPECT_TRUE(virtualTree.ReleaseChunkPtr(whole));
+  {
+    // A body fetched for a scope is given back when the scope ends.
+    const tolvin::ChunkBody scoped(virtualTree, data);
+    EXPECT_EQ(virtualTree.handedOutLength(data->offset + 8), 4);
+  }
+  EXPECT_EQ(virtualTree.handedOutLength(data->offset + 8), -1);
   EXPECT_EQ(virtualTree.root->findFirstChild("LIST(INFO)"), nullptr);  // a grandchild
   EXPECT_FALSE(memory.ReleaseChunkPtr(memory.GetChunkPtr(data, false)));  // memory is never released
 }
@@ -87,6 +93,7 @@ TEST(ChunkTree, RawReadsSeeksAndTellsOfEverySource) {
     EXPECT_TRUE(tree.IFF_SEEK(59, 0));
     EXPECT_EQ(tree.IFF_READ(buffer, 2, 2), lastRead) << method;  // three bytes are left
     EXPECT_EQ(std::string(buffer, 3), std::string("\0ab", 3)) << method;
+    EXPECT_FALSE(tree.IFF_SEEK(0, 7)) << method;  // no such origin
   };
   for (auto method : {tolvin::IFF_LOAD_WHOLE_FILE, tolvin::IFF_LOAD_MEMORY_MAP, tolvin::IFF_LOAD_STREAM}) {
     IFFTree tree(dir.file("f"), nullptr);
@@ -174,6 +181,12 @@ TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
     EXPECT_FALSE(p.ok) << c.what;
     EXPECT_EQ(p.console, c.console) << c.what;
   }
+  // A failed parse leaves no tree and lets go of its source.
+  MemoryFile broken(riff::chunk("RIFF", "WAVEab"));
+  IFFTree failed(&broken, false);
+  captureStdout([&] { EXPECT_FALSE(failed.process(tolvin::IFF_LOAD_VIRTUAL)); });
+  EXPECT_EQ(failed.root, nullptr);
+  EXPECT_EQ(failed.IFF_TELL(), -1);
   TempDir dir;
   // Whole-file loads see only the file's bytes, and a folder is refused.
   writeFile(dir.file("tiny"), "RIF");
