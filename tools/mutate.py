@@ -223,7 +223,9 @@ def build(build_dir, jobs):
 # The tests that take seconds each. ctest starts the longest first, so a
 # fault the quick ones catch would still wait for these: without a kill map
 # they run only once the others pass.
-SLOW_TESTS = r"Cancellation\.|EachFileAndFolderCostsABlock|debian_package|batch\.Interruption"
+SLOW_TESTS = (r"Cancellation\.|EachFileAndFolderCostsABlock|FoldersSwappedForLinks|PCreateDirMakesOne|"
+              r"PartialWritesAreReported|OutputStaysWithin|HintLoadMethod|batch|man_page|install|completion|"
+              r"debian_package")
 
 
 def failing_tests(build_dir, jobs, every_test=False):
