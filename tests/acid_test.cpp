@@ -189,8 +189,10 @@ TEST(AcidBadInput, MalformedLoopsNeverBreakTheConversion) {
     EXPECT_EQ(run.run.err, "") << c.what;
     EXPECT_TRUE(contains(run.run.out, c.message)) << c.what << "\n" << run.run.out;
   }
-  // Markers the chunk does not hold are not read as zeros.
+  // Markers the chunk does not hold are not read as zeros; without a sample
+  // width, frames are counted as two bytes a channel.
   EXPECT_FALSE(contains(convert(dir, cases[0].bytes).run.out, "series!:2"));
+  EXPECT_TRUE(contains(convert(dir, cases[3].bytes).sfz, "// calculated frames:300\n"));
   // A folder given as the input ends with a message, not a crash.
   std::filesystem::create_directory(dir.file("folder.wav"));
   EXPECT_TRUE(contains(runSorvane({dir.file("folder.wav"), dir.file("out")}).out,

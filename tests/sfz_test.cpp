@@ -37,11 +37,23 @@ TEST(SfzModulators, AddedTargetsMakeAModulatorMulti) {
   SFZLfo targeted(4, SFZModulator::TargetType(1), 0.0, SFZLfo::WaveType(0), 1.0, 0.0, 0.0);
   targeted.addTarget(SFZModulator::TargetType(2), 1.0);
   EXPECT_EQ(targeted.getTargetType(), SFZModulator::TargetType(5));
+  EXPECT_EQ(SFZModulator::getStringTargetType(SFZModulator::TargetType(99)), "unknown");
+  EXPECT_EQ(SFZModulator::getStringTargetType(SFZModulator::TargetType(7)), "unknown");
   // Each kind carries its type number.
   const SFZSimpleMod simple(5, SFZModulator::TargetType(3), "amplitude", 1.0);
   const SFZFilter filter(6, SFZModulator::TargetType(0), 1.0, SFZFilter::FilterType(5), 100.0, 0.5);
   EXPECT_EQ((std::vector<int>{simple.getType(), targeted.getType(), eg.getType(), filter.getType()}),
             (std::vector<int>{0, 1, 2, 3}));
+}
+
+// An LFO with every part set, and an envelope made with its target but no
+// points; both numbered from 06 in a fresh tree.
+TEST(SfzModulators, AnLfoAndAnEnvelopeWithTheirTargetsFromTheStart) {
+  const SFZTree tree;
+  const SFZLfo lfo(1, SFZModulator::TargetType(1), 50.0, SFZLfo::WaveType(2), 5.0, 0.25, 0.01);
+  EXPECT_EQ(lfo.toString(), " lfo06_wave=2\n lfo06_pitch=50\n lfo06_freq=5\n lfo06_phase=0.25\n lfo06_delay=0.01\n");
+  const SFZEg eg(2, SFZModulator::TargetType(4), 3.0);
+  EXPECT_EQ(eg.toString(), " eg06_cutoff=3\n eg06_sustain=0\n");
 }
 
 TEST(SfzModulators, EveryFilterTypeHasItsText) {
