@@ -76,6 +76,7 @@ TEST(DLSArticulation, SourcesControlsAndTransforms) {
       {0x0002, 0, 0x0001, 0, -6 * 655360},
       {0x0001, 0, 3, 0x0400, one},   {0x0009, 0x0087, 3, 0x4000, one}, {0x0081, 0, 4, 0x0421, 655360},
       {0x0003, 0, 3, 0x1C00, one},   {0x0004, 0, 0x0500, 0x8000, kPitch440}, {0x0001, 0, 3, 0x03FF, one},
+      {0x0001, 0, 3, 0x0800, one},   {0x0001, 0, 3, 0x0C00, one},
   });
   EXPECT_EQ(t.console,
             "KeyVel to Filter std::coutoff fixingbad coef:8.1758\n"
@@ -88,10 +89,12 @@ TEST(DLSArticulation, SourcesControlsAndTransforms) {
             "unknown source transform 0x7\n"
             "E: usSourceT : eg01 none    bipolar:0 invert:1\n"
             "Need to apply controlTransform usControlT!!!:0x3f\n"
-            "Need to apply outputTransform OutputT!!!:0xf\n");
+            "Need to apply outputTransform OutputT!!!:0xf\n"
+            "E: usSourceT : lfo01 convex  bipolar:0 invert:0\n"
+            "E: usSourceT : lfo01 switch  bipolar:0 invert:0\n");
   const std::string scale = " //scale: 0x10000\n";
   EXPECT_EQ(t.lines,
-            "//Global Connections (art1) size:36\n lfo01_pitch=1" + scale + " pitch_oncc131=1" + scale +
+            "//Global Connections (art1) size:38\n lfo01_pitch=1" + scale + " pitch_oncc131=1" + scale +
                 " pitch_oncc133=1" + scale + " eg01_pitch=1" + scale + " pitcheg_depth=1\n eg02_volume=1 //scale: "
                 "0xa0000\n pitch_oncc128=1" + scale + " pitch_oncc130=1" + scale + " pitch_oncc129=1" + scale +
                 " lfo02_pitch=1" + scale + " pitch_MONOPRESSURE=1" + scale + " pitch_oncc1=1" + scale +
@@ -105,5 +108,6 @@ TEST(DLSArticulation, SourcesControlsAndTransforms) {
                 " cutoff_oncc131=7040 //scale: 0x2db40000\n volume_keytrack=0  //special parser hack\n"
                 " volume_oncc131=-6 //scale: 0xffc40000\n lfo01_pitch=1" + scale + " lfo02_pitch_oncc7=1" +
                 scale + " pan_oncc1=2 //scale: 0xa0000\n pitch_oncc133=1" + scale +
-                " eg01_cutoff=440 //scale: 0x1af40000\n lfo01_pitch=1" + scale);
+                " eg01_cutoff=440 //scale: 0x1af40000\n lfo01_pitch=1" + scale + " lfo01_pitch=1" + scale +
+                " lfo01_pitch=1" + scale);
 }
