@@ -57,10 +57,13 @@ TEST(Driver, ConvertTellsWhetherAConverterRan) {
     EXPECT_EQ(sorvane_convert(dir.file("missing.sf2"), dir.file("out"), result), 0);
     EXPECT_EQ(sorvane_convert(dir.path(), dir.file("out"), result), 0);  // not a plain file
     EXPECT_EQ(sorvane_convert(dir.file("b.wav"), std::string(5000, 'o'), result), 0);
+    EXPECT_EQ(sorvane_convert(dir.file("b.wav"), std::string(4096, 'o'), result), 0);  // the limit itself
+    EXPECT_EQ(sorvane_convert(dir.file("b.wav"), std::string(4095, 'o'), result), 1);
     EXPECT_EQ(sorvane_convert(dir.file("b.wav"), dir.file("out"), result), 1);
   });
   EXPECT_EQ(result, "");
   EXPECT_TRUE(contains(console, "Unsupported extension:foo\n")) << console;
+  EXPECT_TRUE(contains(console, "\nOutput path too long: 4096 bytes, the system allows 4095\n")) << console;
   // A song without a collection ends after its MIDI file.
   writeFile(dir.file("song.rmi"), riff::list("RIFF", "RMID", riff::chunk("data", "MThd")));
   const RunResult song = runSorvane({dir.file("song.rmi"), dir.file("out")});

@@ -147,6 +147,10 @@ TEST(ChunkTree, EveryMagicHasItsLayout) {
       {"NSFE", "NSFE" + riff::Body().u32(3).text("INFOabc").u32(0).text("NENDjunk").bytes(), "EFSN@0+27[INFO@4+3 ] "},
       {"RIFF with a trailing chunk", riff::list("RIFF", "WAVE", "") + riff::chunk("junk", "ab"),
        "RIFF(WAVE)@0+4 junk@12+2 "},
+      {"lower-case containers",
+       riff::list("RIFF", "WAVE",
+                  riff::list("list", "adtl", riff::chunk("labl", "ab")) + riff::list("if64", "abcd", "")),
+       "RIFF(WAVE)@0+38[list(adtl)@12+14[labl@24+2 ] if64(abcd)@34+4 ] "},
       {"zero byte inside an id", riff::list("RIFF", "WAVE", riff::chunk(std::string("ab\0d", 4), "")),
        "RIFF(WAVE)@0+12[ab@12+0 ] "},
   };

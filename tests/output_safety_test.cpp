@@ -529,6 +529,20 @@ TEST(HostileEnvironment, ResultsTargetsThatAreNotPlainFilesAreLeftAsTheyAre) {
   fs::create_directory(dir.file("open"));
   runSorvane({dir.file("bank.dls"), dir.file("open")});
   EXPECT_EQ(filesBelow(dir.file("closed")), filesBelow(dir.file("open")));
+  // With input and error closed, the null device takes both before the run
+  // opens anything: seen while it waits on an echo longer than a pipe holds.
+  RunLimits halfClosed;
+  halfClosed.closedInputAndError = true;
+  halfClosed.onceStarted = [](int pid) {
+    for (const char* descriptor : {"0", "2"}) {
+      char target[16];
+      const std::string link = "/proc/" + std::to_string(pid) + "/fd/" + descriptor;
+      const ssize_t length = ::readlink(link.c_str(), target, sizeof target);
+      EXPECT_EQ(std::string(target, std::max<ssize_t>(length, 0)), "/dev/null") << descriptor;
+    }
+  };
+  const std::string longInput = dir.file(std::string(100000, 'i') + ".sf2");
+  EXPECT_TRUE(contains(runSorvane({longInput, dir.file("out")}, halfClosed).out, "\nfile not found!\n"));
 }
 
 // Disk space and folder entries come in blocks: a bank of empty waves or of

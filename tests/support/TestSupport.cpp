@@ -76,6 +76,7 @@ RunResult runSorvane(const std::vector<std::string>& arguments, const RunLimits&
     if (limits.closedDescriptors) {
       ::close(0), ::close(1), ::close(2);
     }
+    if (limits.closedInputAndError) ::close(0), ::close(2);
     struct rlimit noCore = {0, 0};  // a quit signal leaves no core file
     ::setrlimit(RLIMIT_CORE, &noCore);
     if (limits.user >= 0 && ::getuid() == 0 && (::setgid(limits.user) != 0 || ::setuid(limits.user) != 0))
@@ -106,8 +107,10 @@ RunResult runSorvane(const std::vector<std::string>& arguments, const RunLimits&
   });
   char buffer[4096];
   ssize_t got = 0;
-  while (!limits.closedConsole && (got = ::read(console[0], buffer, sizeof buffer)) > 0)
+  while (!limits.closedConsole && (got = ::read(console[0], buffer, sizeof buffer)) > 0) {
+    if (result.out.empty() && limits.onceStarted) limits.onceStarted(child);
     result.out.append(buffer, static_cast<size_t>(got));
+  }
   ::close(console[0]);
   signaller.join();
   int status = 0;

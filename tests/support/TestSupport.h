@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -33,7 +34,8 @@ struct RunResult {
 // What the program runs under: a file-size limit (as a full disk would
 // allow; the program must keep the size-limit signal from ending it), an
 // address-space limit, a console nobody reads, a signal sent after a delay,
-// another user (when the tests run as root), standard descriptors closed.
+// another user (when the tests run as root), standard descriptors closed
+// (all three, or input and error only, the console still a pipe).
 struct RunLimits {
   uint64_t fileSize = 0;
   uint64_t memory = 0;
@@ -43,6 +45,10 @@ struct RunLimits {
   bool signalIgnored = false;  // the program starts with `signal` ignored
   int user = -1;
   bool closedDescriptors = false;
+  bool closedInputAndError = false;
+  // Called with the program's process id once its console starts: a
+  // console longer than a pipe holds keeps the program there meanwhile.
+  std::function<void(int)> onceStarted = nullptr;
 };
 
 // Runs the sorvane executable with these arguments (program name excluded).
