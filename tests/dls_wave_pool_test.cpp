@@ -104,6 +104,7 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   const std::string s = readFile(samples + "S.wav");
   EXPECT_EQ(u32At(s, 44), 3u);  // manufacturer and product
   EXPECT_EQ(u32At(s, 44 + 4), 11u);
+  EXPECT_EQ(u32At(s, 44 + 8), 125000u);
   EXPECT_EQ(u32At(s, 44 + 12), 64u);
   EXPECT_EQ(u32At(s, 44 + 20), 25u);  // SMPTE format and offset
   EXPECT_EQ(u32At(s, 44 + 24), 0x01020304u);
@@ -187,6 +188,18 @@ TEST(DLSWavePool, CompressedWavesAreExpandedAndLeaveTheConsoleInHexadecimal) {
   const std::string longWave = readFile(dir.file("out/c_dls/samples/Long.wav"));
   EXPECT_EQ(u32At(longWave, longWave.size() - bytes.size() - 4), bytes.size());
   EXPECT_EQ(longWave.back(), '\x7f');
+
+  // The allocation figure counts 4-bit frames: two a byte for IMA ADPCM, one
+  // in four bytes for the zero tag, times the declared block align.
+  Collection fourBit;
+  for (uint16_t tag : {17, 0}) {
+    const std::string fmt4 = riff::chunk("fmt ", riff::Body().u16(tag).u16(1).u32(8000).u32(4000).u16(256).u16(4));
+    fourBit.addWave(wave(fmt4, std::string(tag ? 10 : 12, '\0'),
+                         info({{"INAM", tag ? "Adpcm" : "Zeroes"}}) + wsmp({}) + riff::chunk("ewav", "abcd")));
+  }
+  EXPECT_EQ(convertIn(dir, fourBit.bytes()).console,
+            "Compressed Audio found 0:64636261 alloc:2a00\nCompressed Audio found 0:64636261 alloc:64c\n");
+  EXPECT_EQ(readFile(dir.file("out/c_dls/samples/Adpcm.wav")).substr(20, 2), std::string("\x11\0", 2));
 
   // Data ending exactly with a block: that block is dropped.
   Collection exact;

@@ -39,6 +39,7 @@ import argparse
 import os
 import random
 import re
+import resource
 import shutil
 import signal
 import subprocess
@@ -203,11 +204,22 @@ def sync_tree(root, scratch):
         shutil.copymode(src, dst)
 
 
+# In-process tests lift the converter's output limit, so a fault that loops
+# on a write would fill the disk before its time runs out: no file may pass
+# this size (the process is stopped by SIGXFSZ, which counts as caught).
+FILE_SIZE_LIMIT = 2 << 30
+
+
+def limit_file_size():
+    resource.setrlimit(resource.RLIMIT_FSIZE, (FILE_SIZE_LIMIT, FILE_SIZE_LIMIT))
+
+
 def run(command, cwd, timeout):
     """Exit status of `command`, or None when it ran out of time; a command
     out of time is ended with everything it started."""
     process = subprocess.Popen(command, cwd=cwd, stdout=subprocess.DEVNULL,
-                               stderr=subprocess.DEVNULL, start_new_session=True)
+                               stderr=subprocess.DEVNULL, start_new_session=True,
+                               preexec_fn=limit_file_size)
     try:
         return process.wait(timeout=timeout)
     except subprocess.TimeoutExpired:
