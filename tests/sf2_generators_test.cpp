@@ -86,7 +86,7 @@ TEST(SF2Generators, InstrumentLevel) {
       {{gen(8, 13500), gen(9, 40)}, {" cutoff=19912.6\n resonance=1\n\n|"}},
       {{gen(22, 0), gen(5, 50)}, {" lfo07_wave=0\n lfo07_pitch=50\n lfo07_freq=8.176\n\n|"}},
       {{gen(6, 30), gen(6, 40)}, {" lfo06_wave=0\n lfo06_pitch=40\n lfo06_freq=0\n\n|"}},
-      {{gen(7, 100), gen(40, 1200)}, {" eg06_pitch=100\n", "//EG WITHOUT TARGET\n"}},
+      {{gen(7, 100), gen(40, 1200)}, {" eg06_pitch=100\n", " eg06_time1=0.001\n", "//EG WITHOUT TARGET\n"}},
       {{gen(6, 30), gen(7, 100), gen(10, 100)},
        {" lfo06_pitch=30\n", " eg06_pitch=100\n", " lfo07_wave=0\n lfo07_cutoff=100\n"}},
       {{gen(23, -1200), gen(24, 1200)}, {" lfo06_wave=0\n lfo06_pitch=0\n lfo06_freq=16.352\n lfo06_delay=0.5\n\n|"}},
