@@ -239,6 +239,9 @@ TEST(ByteReader, ReadsPastTheEndGiveZeroAndMarkTheReader) {
   EXPECT_EQ(cut.u16(2), 0x6463u);
   EXPECT_EQ(cut.sub(1, 4).size(), 0u);
   EXPECT_EQ(cut.bytes(0, 5), nullptr);
+  const tolvin::ByteReader fresh("abcd", 4);
+  EXPECT_EQ(fresh.bytes(2, 3), nullptr);
+  EXPECT_TRUE(fresh.wentShort());
   // An empty range at the very end is inside; one past it is not.
   EXPECT_TRUE(cut.has(4, 0));
   EXPECT_FALSE(cut.has(5, 0));
