@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "source/IFFTree.h"
+#include "source/MemFile.h"
 #include "tests/support/MemoryFile.h"
 #include "tests/support/RiffBuilder.h"
 #include "tests/support/TestSupport.h"
@@ -24,7 +25,7 @@ std::string shape(const IFFTreeNode* node) {
 
 struct Parsed {
   bool ok = false;
-  std::string console, tree;
+  std::string console, tree, magic;
 };
 
 Parsed parse(const std::string& bytes, tolvin::IFF_LOAD_METHOD method = tolvin::IFF_LOAD_STREAM) {
@@ -34,6 +35,7 @@ Parsed parse(const std::string& bytes, tolvin::IFF_LOAD_METHOD method = tolvin::
   Parsed p;
   p.console = captureStdout([&] { p.ok = tree.process(method); });
   p.tree = p.ok ? shape(tree.root.get()) : "";
+  p.magic = std::string(tree.magic, 4);
   return p;
 }
 
@@ -59,6 +61,14 @@ TEST(ChunkTree, EveryLoadMethodBuildsTheSameTreeAndBodies) {
   ASSERT_NE(body, nullptr);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(body), 4), std::string("xyz\0", 4));
   EXPECT_EQ(virtualTree.GetChunkPtrOffset(data->offset + 8, 100), body);
+  // An empty body may start at the very end, and nothing past it.
+  const auto* bytes = reinterpret_cast<const uint8_t*>(kWave.data());
+  EXPECT_EQ(memory.GetChunkPtrOffset(kWave.size(), 0), bytes + kWave.size());
+  EXPECT_EQ(memory.GetChunkPtrOffset(0, kWave.size()), bytes);
+  EXPECT_EQ(memory.GetChunkPtrOffset(1, kWave.size()), nullptr);
+  EXPECT_NE(virtualTree.GetChunkPtrOffset(kWave.size(), 0), nullptr);
+  EXPECT_EQ(virtualTree.GetChunkPtrOffset(kWave.size() + 1, 0), nullptr);
+  EXPECT_EQ(virtualTree.GetChunkPtrOffset(1, kWave.size()), nullptr);
   EXPECT_TRUE(virtualTree.ReleaseChunkPtr(body));
   EXPECT_FALSE(virtualTree.ReleaseChunkPtr(body));
   const uint8_t* whole = virtualTree.GetChunkPtr(data, true);
@@ -94,6 +104,8 @@ TEST(ChunkTree, RawReadsSeeksAndTellsOfEverySource) {
     EXPECT_EQ(tree.IFF_READ(buffer, 2, 2), lastRead) << method;  // three bytes are left
     EXPECT_EQ(std::string(buffer, 3), std::string("\0ab", 3)) << method;
     EXPECT_FALSE(tree.IFF_SEEK(0, 7)) << method;  // no such origin
+    tree.IFF_SEEK(70, 0);
+    EXPECT_EQ(tree.IFF_READ(buffer, 1, 4), 0u) << method;  // past the end
   };
   for (auto method : {tolvin::IFF_LOAD_WHOLE_FILE, tolvin::IFF_LOAD_MEMORY_MAP, tolvin::IFF_LOAD_STREAM}) {
     IFFTree tree(dir.file("f"), nullptr);
@@ -117,6 +129,27 @@ TEST(ChunkTree, RawReadsSeeksAndTellsOfEverySource) {
   EXPECT_EQ(unloaded.IFF_TELL(), -1);
   EXPECT_EQ(unloaded.IFF_READ(&byte, 1, 1), 0u);
   EXPECT_EQ(unloaded.chunkOffset(nullptr, false) + unloaded.chunkLength(nullptr, true), 0u);
+}
+
+// A mapping holds a descriptor until it is released; a tree releases its own.
+TEST(ChunkTree, MappedFilesGiveBackTheirDescriptor) {
+  TempDir dir;
+  writeFile(dir.file("f"), kWave);
+  const auto descriptors = [] { return listDir("/proc/self/fd").size(); };
+  const size_t before = descriptors();
+  {
+    IFFTree tree(dir.file("f"), nullptr);
+    ASSERT_TRUE(tree.process(tolvin::IFF_LOAD_MEMORY_MAP));
+    EXPECT_EQ(descriptors(), before + 1);
+  }
+  EXPECT_EQ(descriptors(), before);
+  const uint8_t* bytes = tolvin::AllocMemFile(dir.file("f"), nullptr);  // no length wanted
+  ASSERT_NE(bytes, nullptr);
+  EXPECT_EQ(bytes[0], 'R');
+  tolvin::FreeMemFile(bytes + 1);  // not a mapping: nothing happens
+  EXPECT_EQ(descriptors(), before + 1);
+  tolvin::FreeMemFile(bytes);
+  EXPECT_EQ(descriptors(), before);
 }
 
 TEST(ChunkTree, EveryMagicHasItsLayout) {
@@ -158,6 +191,7 @@ TEST(ChunkTree, EveryMagicHasItsLayout) {
     const Parsed p = parse(c.bytes);
     EXPECT_TRUE(p.ok) << c.what << p.console;
     EXPECT_EQ(p.tree, c.tree) << c.what;
+    EXPECT_EQ(p.magic, c.bytes.substr(0, 4)) << c.what;
   }
 }
 

@@ -116,8 +116,9 @@ TEST(SF2BadInput, EveryFaultHasItsMessage) {
        "/* ERROR! inst 0: zones 1..0 run backwards */\n"},
       {"empty ibag", [](Bank& b) { b.replace["ibag"] = ""; }, "/* ERROR! inst 0: zones 0..1 run past the ibag table */\n"},
       {"instrument zones past ibag",
-       [](Bank& b) { b.replace["inst"] = riff::Body().fixed("Inst", 20).u16(0).fixed("EOI", 20).u16(40); },
-       "/* ERROR! inst 0: zones 0..40 run past the ibag table */\n\n<region> //zone ibag:0\n"},
+       // One past the terminal bag is already too far.
+       [](Bank& b) { b.replace["inst"] = riff::Body().fixed("Inst", 20).u16(0).fixed("EOI", 20).u16(2); },
+       "/* ERROR! inst 0: zones 0..2 run past the ibag table */\n\n<region> //zone ibag:0\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);

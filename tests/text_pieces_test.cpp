@@ -57,6 +57,13 @@ TEST(ShortTextLines, TheLongestGeneratorInfoIsWhole) {
   EXPECT_EQ(converter.createGeneratorInfo(200, -1, true), "pgen(gdummy) = -1[255;255]");
 }
 
+TEST(NumberTextPadding, TheSignCountsInTheWidth) {
+  EXPECT_EQ(tolvin::zeroPaddedSigned(-5, 3), "-05");
+  EXPECT_EQ(tolvin::zeroPaddedSigned(-5, 2), "-5");
+  EXPECT_EQ(tolvin::zeroPaddedSigned(7, 2), "07");
+  EXPECT_EQ(tolvin::hexText(0xab, 4, ' '), "  ab");
+}
+
 TEST(NumberTextRecent, ValuesSharingARecentSlotKeepTheirOwnText) {
   // Far more values than the table has slots, each formatted twice in a
   // different order: a slot handing out another value's text shows here.

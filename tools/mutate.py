@@ -22,9 +22,14 @@ names of the tests that failed are written to FILE, a line a fault, so that
 one can see which tests catch what no other test catches.
 
   tools/mutate.py [--sample N] [--seed S] [--scratch DIR] [--only ID...] [--list]
-                  [--kill-map FILE] [--at FILE:LINE...]
+                  [--kill-map FILE] [--at FILE:LINE...] [--sanitized]
 
 --at plants every fault a named line can carry instead of a sample.
+
+--sanitized builds and tests with AddressSanitizer and UndefinedBehavior-
+Sanitizer, as the second round of `make test` does: a read past a buffer or
+a leak fails there and nowhere else. It is several times slower, so it is
+meant for the survivors of a plain run (--only with their numbers).
 
 A run's survivors are classified in a verdicts file, a line each:
 
@@ -33,7 +38,9 @@ A run's survivors are classified in a verdicts file, a line each:
 with class one of gap, equivalent, speed-only or unreachable. With
 --verdicts FILE the summary counts only behaviour-changing faults (caught,
 gaps and survivors not yet classified); --classify LOG applies the verdicts
-to the output of an earlier run instead of running anything.
+to the output of an earlier run instead of running anything; given several
+logs, a fault's last outcome counts (a plain run, then its survivors again
+under --sanitized).
 """
 import argparse
 import os
@@ -214,12 +221,17 @@ def limit_file_size():
     resource.setrlimit(resource.RLIMIT_FSIZE, (FILE_SIZE_LIMIT, FILE_SIZE_LIMIT))
 
 
+# What `make test` sets for its sanitized round.
+SANITIZER_ENV = {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=1",
+                 "UBSAN_OPTIONS": "print_stacktrace=1:halt_on_error=1"}
+
+
 def run(command, cwd, timeout):
     """Exit status of `command`, or None when it ran out of time; a command
     out of time is ended with everything it started."""
     process = subprocess.Popen(command, cwd=cwd, stdout=subprocess.DEVNULL,
                                stderr=subprocess.DEVNULL, start_new_session=True,
-                               preexec_fn=limit_file_size)
+                               preexec_fn=limit_file_size, env={**os.environ, **SANITIZER_ENV})
     try:
         return process.wait(timeout=timeout)
     except subprocess.TimeoutExpired:
@@ -324,16 +336,17 @@ def summarize(caught, survivors, verdicts):
           + ", ".join(f"{counts[name]} {name}" for name in CLASSES + ("unclassified",)))
 
 
-def classify_log(log_path, verdicts):
-    caught, survivors = 0, []
+def classify_logs(log_paths, verdicts):
+    outcomes = {}  # fault number: (outcome, description); the last log wins
     pattern = re.compile(r"^#(\d+) (caught|SURVIVED): (.*)$")
-    with open(log_path, encoding="utf-8") as f:
-        for line in f:
-            m = pattern.match(line.rstrip("\n"))
-            if m and m.group(2) == "caught":
-                caught += 1
-            elif m:
-                survivors.append((int(m.group(1)), m.group(3)))
+    for log_path in log_paths:
+        with open(log_path, encoding="utf-8") as f:
+            for line in f:
+                m = pattern.match(line.rstrip("\n"))
+                if m:
+                    outcomes[int(m.group(1))] = (m.group(2), m.group(3))
+    caught = sum(1 for outcome, _ in outcomes.values() if outcome == "caught")
+    survivors = [(n, text) for n, (outcome, text) in outcomes.items() if outcome == "SURVIVED"]
     summarize(caught, survivors, verdicts)
     return 0
 
@@ -349,11 +362,12 @@ def main():
     parser.add_argument("--at", nargs="*", help="FILE:LINE places to plant every fault of")
     parser.add_argument("--kill-map", help="run every test against every fault; write who fails here")
     parser.add_argument("--verdicts", help="classified survivors: 'survivor | class | reason' lines")
-    parser.add_argument("--classify", metavar="LOG", help="apply --verdicts to an earlier run's output")
+    parser.add_argument("--classify", metavar="LOG", nargs="+", help="apply --verdicts to earlier runs' output")
+    parser.add_argument("--sanitized", action="store_true", help="build and test under the address sanitizer")
     args = parser.parse_args()
     verdicts = read_verdicts(args.verdicts) if args.verdicts else {}
     if args.classify:
-        return classify_log(args.classify, verdicts)
+        return classify_logs(args.classify, verdicts)
 
     sites = all_sites(ROOT)
     # The first N of one fixed shuffle: a larger sample extends a smaller one.
@@ -373,11 +387,12 @@ def main():
         return 0
 
     src_dir = os.path.join(args.scratch, "src")
-    build_dir = os.path.join(args.scratch, "build")
+    build_dir = os.path.join(args.scratch, "build-asan" if args.sanitized else "build")
     sync_tree(ROOT, src_dir)
     if not os.path.isdir(build_dir):
-        subprocess.run(["cmake", "-S", src_dir, "-B", build_dir, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
-                        "-DSORVANE_TESTS=ON"],
+        flavour = (["-DCMAKE_BUILD_TYPE=Debug", "-DSORVANE_SANITIZE=ON"] if args.sanitized
+                   else ["-DCMAKE_BUILD_TYPE=RelWithDebInfo"])
+        subprocess.run(["cmake", "-S", src_dir, "-B", build_dir, "-DSORVANE_TESTS=ON"] + flavour,
                        stdout=subprocess.DEVNULL, check=True)
     if not build(build_dir, args.jobs) or failing_tests(build_dir, args.jobs):
         print("the unchanged tree does not build or pass its tests")
