@@ -5,6 +5,7 @@
 #include <thread>
 
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -76,6 +77,18 @@ TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
   EXPECT_EQ(PCreateDir(dir.path() + levels), 0);
   EXPECT_EQ(testsupport::listDir(dir.path()), (std::vector<std::string>{"a", "d", "file"}));
   EXPECT_TRUE(testsupport::listDir(dir.file("d")).empty());
+
+  // Folders get the usual permissions, 0777 less the umask, made either way.
+  const mode_t userMask = ::umask(022);
+  OutputTree tree(dir.path());
+  EXPECT_EQ(tree.createDir(dir.file("t")), 0);
+  EXPECT_EQ(PCreateDir(dir.file("p")), 0);
+  ::umask(userMask);
+  for (const char* name : {"t", "p"}) {
+    struct stat status {};
+    ASSERT_EQ(::stat(dir.file(name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0755u) << name;
+  }
 }
 
 TEST(StringHelpers, BankTextsNeverBreakALineAndTheBrokenClockGivesNoDate) {
@@ -196,6 +209,7 @@ TEST(WholeFiles, TextSinkKeepsItsOrderAcrossTheBlock) {
 // name in its final folder, registered so that a stopped run removes it.
 TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
   testsupport::TempDir dir;
+  const mode_t userMask = ::umask(022);
   OutputTree tree(dir.path());
   tree.stopUnnamedTemporaries();
   {
@@ -210,6 +224,12 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
     EXPECT_EQ(meanwhile[0], temporary(n));
     OutputFile next(dir.file("n.txt"), tree);  // meanwhile: the next number
     EXPECT_TRUE(testsupport::exists(dir.file(temporary(n + 1))));
+    // A name someone else holds is passed over.
+    testsupport::writeFile(dir.file(temporary(n + 2)), "theirs");
+    OutputFile third(dir.file("t.txt"), tree);
+    EXPECT_TRUE(third.write("x"));
+    EXPECT_TRUE(testsupport::exists(dir.file(temporary(n + 3))));
+    std::remove(dir.file(temporary(n + 2)).c_str());
     EXPECT_TRUE(file.commit());
   }
   OutputFile dropped(dir.file("b.txt"), tree);
@@ -226,4 +246,19 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
   }
   EXPECT_EQ(testsupport::readFile(dir.file("c.txt")), "early");
   EXPECT_EQ(testsupport::readFile(dir.file("a.txt")), "whole");
+  {
+    // Through the file's stream a single byte is written like any count.
+    OutputFile single(dir.file("s.txt"), tree);
+    ASSERT_NE(single.stream(), nullptr);
+    EXPECT_TRUE(single.write("a", 1) && single.write("", 0) && single.write("bc", 2));
+    EXPECT_TRUE(single.commit());
+  }
+  EXPECT_EQ(testsupport::readFile(dir.file("s.txt")), "abc");
+  // Either way a file gets the usual permissions, 0666 less the umask.
+  for (const char* name : {"a.txt", "c.txt"}) {
+    struct stat status {};
+    ASSERT_EQ(::stat(dir.file(name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0644u) << name;
+  }
+  ::umask(userMask);
 }
