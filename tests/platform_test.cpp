@@ -78,9 +78,16 @@ TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
   EXPECT_EQ(testsupport::listDir(dir.path()), (std::vector<std::string>{"a", "d", "file"}));
   EXPECT_TRUE(testsupport::listDir(dir.file("d")).empty());
 
-  // Folders get the usual permissions, 0777 less the umask, made either way.
+  // A relative path whose first level is one letter, as a user types it.
+  ASSERT_EQ(::chdir(dir.path().c_str()), 0);
+  EXPECT_EQ(PCreateDir("r/s"), 0);
+  EXPECT_EQ(PCreateDir("r/s"), 0);
+  EXPECT_TRUE(testsupport::exists(dir.file("r/s")));
+
+  // Folders get the usual permissions, 0777 less the umask, made either way
+  // (the tree's root given with a trailing slash, as a user may type it).
   const mode_t userMask = ::umask(022);
-  OutputTree tree(dir.path());
+  OutputTree tree(dir.path() + "/");
   EXPECT_EQ(tree.createDir(dir.file("t")), 0);
   EXPECT_EQ(PCreateDir(dir.file("p")), 0);
   ::umask(userMask);
@@ -215,6 +222,8 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
   {
     OutputFile file(dir.file("a.txt"), tree);
     ASSERT_TRUE(file.write("whole"));
+    OutputFile missing(dir.file("no/such.txt"), tree);
+    EXPECT_FALSE(missing.finish());  // a file that never opened is never whole
     const std::vector<std::string> meanwhile = testsupport::listDir(dir.path());
     ASSERT_EQ(meanwhile.size(), 1u);
     auto temporary = [](unsigned long n) {
@@ -236,14 +245,17 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
   dropped.write("cut");
   Leftovers::removeAll();  // as a signal handler would
   EXPECT_EQ(testsupport::listDir(dir.path()), std::vector<std::string>{"a.txt"});
+  const size_t descriptors = testsupport::listDir("/proc/self/fd").size();
   {
     // An unnamed file finished early (named, closed) is put in place later.
+    // The first one also tries once whether such files can be named here.
     OutputTree unnamed(dir.path());
     OutputFile early(dir.file("c.txt"), unnamed);
     ASSERT_TRUE(early.write("early"));
     EXPECT_TRUE(early.finish());
     EXPECT_TRUE(early.commit());
   }
+  EXPECT_EQ(testsupport::listDir("/proc/self/fd").size(), descriptors);  // the trial's file is closed
   EXPECT_EQ(testsupport::readFile(dir.file("c.txt")), "early");
   EXPECT_EQ(testsupport::readFile(dir.file("a.txt")), "whole");
   {
