@@ -2,11 +2,14 @@
 // loop before the data, data written or copied from the source file.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include "source/OutputFile.h"
 #include "source/wave_writer.h"
 #include "tests/support/RiffBuilder.h"
 #include "tests/support/TestSupport.h"
@@ -115,4 +118,34 @@ TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas)
   ASSERT_EQ(bytes.size(), 44 + expected.size());
   EXPECT_EQ(bytes.substr(40, 4), le32(static_cast<uint32_t>(expected.size())));
   EXPECT_TRUE(bytes.compare(44, std::string::npos, expected) == 0);
+}
+
+// Without a stream the head waits for the first audio and goes out with it;
+// a write failing there marks the writer like any other.
+TEST(WaveWriter, TheHeadGoesOutWithTheFirstAudio) {
+  TempDir dir;
+  tolvin::OutputFile file(dir.file("a.wav"), dir.path());
+  writeFile(dir.file("source.bin"), "efgh");
+  const int source = ::open(dir.file("source.bin").c_str(), O_RDONLY);
+  {
+    WaveFileWriter writer(file);
+    writer.prepareData(44100, 1, 16, true);
+    EXPECT_TRUE(writer.writeData("abcd", 4));
+    EXPECT_EQ(writer.copyData(source, 0, 4), 4u);  // lands after what went out with the head
+  }
+  ::close(source);
+  ASSERT_TRUE(file.commit());
+  EXPECT_EQ(readFile(dir.file("a.wav")).substr(40), le32(8) + "abcdefgh");
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit small{64, before.rlim_max};
+  auto* const previous = std::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  tolvin::OutputFile cut(dir.file("b.wav"), dir.path());
+  WaveFileWriter writer(cut);
+  writer.prepareData(44100, 1, 16, true);
+  EXPECT_FALSE(writer.writeData(std::string(200, 'x').data(), 200));
+  EXPECT_TRUE(writer.writeFailed());
+  ::setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, previous);
 }
