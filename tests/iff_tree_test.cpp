@@ -143,6 +143,9 @@ TEST(ChunkTree, MappedFilesGiveBackTheirDescriptor) {
     EXPECT_EQ(descriptors(), before + 1);
   }
   EXPECT_EQ(descriptors(), before);
+  uint64_t length = 5;
+  EXPECT_EQ(tolvin::AllocMemFile(dir.file("none"), &length), nullptr);
+  EXPECT_EQ(length, 0u);
   const uint8_t* bytes = tolvin::AllocMemFile(dir.file("f"), nullptr);  // no length wanted
   ASSERT_NE(bytes, nullptr);
   EXPECT_EQ(bytes[0], 'R');

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <limits>
 #include <thread>
 
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -17,6 +17,8 @@
 #include "source/TLVSConv.h"
 #include "source/TextSink.h"
 #include "tests/support/TestSupport.h"
+
+namespace fs = std::filesystem;
 
 using namespace tolvin;
 
@@ -91,11 +93,7 @@ TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
   EXPECT_EQ(tree.createDir(dir.file("t")), 0);
   EXPECT_EQ(PCreateDir(dir.file("p")), 0);
   ::umask(userMask);
-  for (const char* name : {"t", "p"}) {
-    struct stat status {};
-    ASSERT_EQ(::stat(dir.file(name).c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0755u) << name;
-  }
+  for (const char* name : {"t", "p"}) EXPECT_EQ(unsigned(fs::status(dir.file(name)).permissions()), 0755u) << name;
 }
 
 TEST(StringHelpers, BankTextsNeverBreakALineAndTheBrokenClockGivesNoDate) {
@@ -259,18 +257,11 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
   EXPECT_EQ(testsupport::readFile(dir.file("c.txt")), "early");
   EXPECT_EQ(testsupport::readFile(dir.file("a.txt")), "whole");
   {
-    // Through the file's stream a single byte is written like any count.
-    OutputFile single(dir.file("s.txt"), tree);
-    ASSERT_NE(single.stream(), nullptr);
-    EXPECT_TRUE(single.write("a", 1) && single.write("", 0) && single.write("bc", 2));
-    EXPECT_TRUE(single.commit());
+    OutputFile one(dir.file("s.txt"), tree);  // through the stream, one byte is written like any count
+    EXPECT_TRUE(one.stream() && one.write("a", 1) && one.write("", 0) && one.write("bc", 2) && one.commit());
   }
   EXPECT_EQ(testsupport::readFile(dir.file("s.txt")), "abc");
   // Either way a file gets the usual permissions, 0666 less the umask.
-  for (const char* name : {"a.txt", "c.txt"}) {
-    struct stat status {};
-    ASSERT_EQ(::stat(dir.file(name).c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0644u) << name;
-  }
+  for (const char* name : {"a.txt", "c.txt"}) EXPECT_EQ(unsigned(fs::status(dir.file(name)).permissions()), 0644u);
   ::umask(userMask);
 }

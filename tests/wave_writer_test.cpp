@@ -85,6 +85,9 @@ TEST(WaveWriter, OwnChunksRegionsAndInterleavedChannels) {
 
   WaveFileWriter nowhere(static_cast<const char*>(nullptr));
   EXPECT_FALSE(nowhere.appendChunk(0, 0, ""));
+  EXPECT_FALSE(WaveFileWriter(std::string()).hasFile());
+  { WaveFileWriter own(dir.file("own.wav")); }  // a writer owning its file puts it in place
+  EXPECT_EQ(readFile(dir.file("own.wav")).substr(0, 4), "RIFF");
 }
 
 TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas) {
