@@ -82,9 +82,7 @@ TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
 
   // A relative path whose first level is one letter, as a user types it.
   ASSERT_EQ(::chdir(dir.path().c_str()), 0);
-  EXPECT_EQ(PCreateDir("r/s"), 0);
-  EXPECT_EQ(PCreateDir("r/s"), 0);
-  EXPECT_TRUE(testsupport::exists(dir.file("r/s")));
+  EXPECT_TRUE(PCreateDir("r/s") == 0 && PCreateDir("r/s") == 0 && testsupport::exists(dir.file("r/s")));
 
   // Folders get the usual permissions, 0777 less the umask, made either way
   // (the tree's root given with a trailing slash, as a user may type it).
@@ -220,8 +218,7 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
   {
     OutputFile file(dir.file("a.txt"), tree);
     ASSERT_TRUE(file.write("whole"));
-    OutputFile missing(dir.file("no/such.txt"), tree);
-    EXPECT_FALSE(missing.finish());  // a file that never opened is never whole
+    EXPECT_FALSE(OutputFile(dir.file("no/such.txt"), tree).finish());  // never opened, so never whole
     const std::vector<std::string> meanwhile = testsupport::listDir(dir.path());
     ASSERT_EQ(meanwhile.size(), 1u);
     auto temporary = [](unsigned long n) {

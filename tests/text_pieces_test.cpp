@@ -61,7 +61,6 @@ TEST(NumberTextPadding, TheSignCountsInTheWidth) {
   EXPECT_EQ(tolvin::zeroPaddedSigned(-5, 3), "-05");
   EXPECT_EQ(tolvin::zeroPaddedSigned(-5, 2), "-5");
   EXPECT_EQ(tolvin::zeroPaddedSigned(7, 2), "07");
-  EXPECT_EQ(tolvin::hexText(0xab, 4, ' '), "  ab");
 }
 
 TEST(NumberTextRecent, ValuesSharingARecentSlotKeepTheirOwnText) {
