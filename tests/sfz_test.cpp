@@ -17,6 +17,8 @@ TEST(SfzNodes, AnOpcodeIsFoundByItsWholeTextFirstInOrder) {
   ASSERT_EQ(node.getOpCodes().size(), 3u);
   EXPECT_EQ(node.getOpCode(" b=2"), node.getOpCodes()[1].get());
   EXPECT_EQ(node.getOpCode(" a=1"), node.getOpCodes()[0].get());
+  node.comment << "note " << 7 << "\n";  // built up piece by piece, written first
+  EXPECT_EQ(node.toString().substr(0, 18), "/*\nnote 7\n*/\n a=1\n");
   EXPECT_EQ(node.getOpCode(" b=2 "), nullptr);
   EXPECT_EQ(node.getOpCode(" b="), nullptr);
 }
@@ -30,7 +32,11 @@ TEST(SfzModulators, AddedTargetsMakeAModulatorMulti) {
   EXPECT_EQ(untargeted.getTargetType(), SFZModulator::TargetType(0));
   SFZEg eg(2, SFZModulator::TargetType(1), 5.0);
   eg.addTarget(SFZModulator::TargetType(4), 6.0);
-  EXPECT_EQ(eg.getTargetType(), SFZModulator::TargetType(5));
+  EXPECT_EQ(eg.getStringTargetType(), "multi");
+  // A point added as the sustain one holds it.
+  eg.addPoint(SFZEg::EgPoint(0.1, 1.0, 0.0), false);
+  eg.addPoint(SFZEg::EgPoint(0.2, 0.5, 0.0), true);
+  EXPECT_EQ(eg.getSustainPointIndex(), 1u);
   SFZLfo lfo(3, SFZModulator::TargetType(99), 0.0, SFZLfo::WaveType(0), 1.0, 0.0, 0.0);
   lfo.addTarget(SFZModulator::TargetType(2), 1.0);
   EXPECT_EQ(lfo.getTargetType(), SFZModulator::TargetType(99));
@@ -52,6 +58,8 @@ TEST(SfzModulators, AnLfoAndAnEnvelopeWithTheirTargetsFromTheStart) {
   const SFZTree tree;
   const SFZLfo lfo(1, SFZModulator::TargetType(1), 50.0, SFZLfo::WaveType(2), 5.0, 0.25, 0.01);
   EXPECT_EQ(lfo.toString(), " lfo06_wave=2\n lfo06_pitch=50\n lfo06_freq=5\n lfo06_phase=0.25\n lfo06_delay=0.01\n");
+  // The wave numbers an SFZ player reads.
+  EXPECT_EQ((std::vector<int>{SFZLfo::WAVE_TRIANGLE, SFZLfo::WAVE_SINE}), (std::vector<int>{0, 1}));
   const SFZEg eg(2, SFZModulator::TargetType(4), 3.0);
   EXPECT_EQ(eg.toString(), " eg06_cutoff=3\n eg06_sustain=0\n");
 }
