@@ -51,11 +51,12 @@ TEST(Driver, ConvertTellsWhetherAConverterRan) {
   TempDir dir;
   writeFile(dir.file("a.foo"), "x");
   writeFile(dir.file("b.wav"), "RIF");
+  std::filesystem::create_directory(dir.file("folder.sf2"));
   std::string result;
   const std::string console = captureStdout([&] {
     EXPECT_EQ(sorvane_convert(dir.file("a.foo"), dir.file("out"), result), 0);
     EXPECT_EQ(sorvane_convert(dir.file("missing.sf2"), dir.file("out"), result), 0);
-    EXPECT_EQ(sorvane_convert(dir.path(), dir.file("out"), result), 0);  // not a plain file
+    EXPECT_EQ(sorvane_convert(dir.file("folder.sf2"), dir.file("out"), result), 0);  // not a plain file
     EXPECT_EQ(sorvane_convert(dir.file("b.wav"), std::string(5000, 'o'), result), 0);
     EXPECT_EQ(sorvane_convert(dir.file("b.wav"), std::string(4096, 'o'), result), 0);  // the limit itself
     EXPECT_EQ(sorvane_convert(dir.file("b.wav"), std::string(4095, 'o'), result), 1);

@@ -98,7 +98,7 @@ TEST(SF2BadInput, EveryFaultHasItsMessage) {
        "/* ERROR! sampleId 1 is not in the shdr table */\n"},
       {"preset zones backwards",
        [](Bank& b) { b.replace["phdr"] = riff::Body().fixed("P", 24).u16(1).zeros(12).fixed("EOP", 24).zeros(14); },
-       "/* ERROR! phdr 0: zones 1..0 run backwards */\n"},
+       "/* ERROR! phdr 0: zones 1..0 run backwards */\n lfo06_wave=0"},  // and no zone of it converted
       {"preset zones past pbag",
        [](Bank& b) { b.replace["phdr"] = riff::Body().fixed("P", 38).fixed("EOP", 24).u16(40).zeros(12); },
        "/* ERROR! phdr 0: zones 0..40 run past the pbag table */\n"},
