@@ -5,6 +5,7 @@
 #include <limits>
 #include <thread>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -174,6 +175,20 @@ TEST(WholeFiles, TheOutputBudgetTakesItsEdgeAndStartsAfreshPerRun) {
 // The cancellation register holds 262,144 names; one past its room is
 // refused, and forgotten tickets are handed out again.
 TEST(WholeFiles, TheLeftoversRegisterRefusesNamesPastItsRoom) {
+  // Every name still registered goes when the run is cancelled, the first
+  // one too, and a forgotten ticket's entry is taken by the next name.
+  testsupport::TempDir dir;
+  const int folder = ::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY);
+  for (const char* name : {"a", "b", "c"}) testsupport::writeFile(dir.file(name), name);
+  const int a = Leftovers::remember(folder, "a", false), b = Leftovers::remember(folder, "b", false);
+  Leftovers::forget(b);
+  const int c = Leftovers::remember(folder, "c", false);
+  EXPECT_EQ(c, b);
+  Leftovers::removeAll();
+  EXPECT_EQ(testsupport::listDir(dir.path()), std::vector<std::string>{"b"});
+  Leftovers::forget(a);
+  Leftovers::forget(c);
+  ::close(folder);
   std::vector<int> tickets;
   for (int ticket; (ticket = Leftovers::remember(-1, "x", false)) >= 0 && tickets.size() <= (1u << 18);)
     tickets.push_back(ticket);

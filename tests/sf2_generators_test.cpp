@@ -78,6 +78,7 @@ TEST(SF2Generators, InstrumentLevel) {
       {{gen(0, 10), gen(1, -20), gen(2, 5), gen(2, 2), gen(3, 7), gen(4, 3), gen(12, 4)},
        {"/* NOP igen(endAddrsOffset) = -20[236;255] */\n", " offset=10 end=980\n loop_start=107 loop_end=906\n|"}},
       {{gen(45, 1)}, {"/*  bad loop! loop_start=32868 loop_end=899 */\n"}},
+      {{gen(3, -799)}, {"/*  bad loop! loop_start=100 loop_end=100 */\n"}},  // an empty loop
       {{gen(50, 1)}, {" loop_start=100 loop_end=33667\n"}},
       {{gen(50, -1)}, {" loop_start=100 loop_end=-31869\n"}},
       // Modulation slots, written after the region's own lines, each alone.
