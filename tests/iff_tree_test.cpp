@@ -177,6 +177,10 @@ TEST(ChunkTree, EveryMagicHasItsLayout) {
        "riff(wave)@0+42[data@40+2 ] "},
       {"caff", "caff" + caf, "caff@0+23[desc@8+3 ] "},
       {"CAF", "CAF " + caf, "caff@0+23[desc@8+3 ] "},
+      // Unpadded, so that the last header's last byte is alone past the first 4 KiB read.
+      {"caff ending one byte past a window", "caff" + riff::Body().be16(1).be16(0).text("desc").be64(4065).bytes() +
+                                                 std::string(4065, 'x') + riff::Body().text("last").be64(0).bytes(),
+       "caff@0+4097[desc@8+4065 last@4085+0 ] "},
       {"MIDI", "MThd" + riff::Body().be32(6).be16(0).be16(1).be16(96).text("MTrk").be32(1).text("z").bytes(),
        "MIDI@0+23[MThd@0+6 MTrk@14+1 ] "},
       {"NSFE", "NSFE" + riff::Body().u32(3).text("INFOabc").u32(0).text("NENDjunk").bytes(), "EFSN@0+27[INFO@4+3 ] "},
@@ -233,6 +237,7 @@ TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
   for (auto method : {tolvin::IFF_LOAD_WHOLE_FILE, tolvin::IFF_LOAD_MEMORY_MAP, tolvin::IFF_LOAD_STREAM}) {
     IFFTree tiny(dir.file("tiny"), nullptr), folder(dir.path(), nullptr);
     EXPECT_EQ(captureStdout([&] { EXPECT_FALSE(tiny.process(method)); }), "") << method;
+    if (method == tolvin::IFF_LOAD_STREAM) EXPECT_EQ(tiny.IFF_TELL(), -1);  // let go at once
     captureStdout([&] { EXPECT_FALSE(folder.process(method)); });
   }
   IFFTree missing(dir.file("nothing"), nullptr);
