@@ -61,6 +61,7 @@ TEST(NumberTextPadding, TheSignCountsInTheWidth) {
   EXPECT_EQ(tolvin::zeroPaddedSigned(-5, 3), "-05");
   EXPECT_EQ(tolvin::zeroPaddedSigned(-5, 2), "-5");
   EXPECT_EQ(tolvin::zeroPaddedSigned(7, 2), "07");
+  EXPECT_EQ(tolvin::zeroPaddedSigned(0, 2), "00");
 }
 
 TEST(NumberTextRecent, ValuesSharingARecentSlotKeepTheirOwnText) {
