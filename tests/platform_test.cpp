@@ -273,6 +273,8 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
     EXPECT_TRUE(one.stream() && one.write("a", 1) && one.write("", 0) && one.write("bc", 2) && one.commit());
   }
   EXPECT_EQ(testsupport::readFile(dir.file("s.txt")), "abc");
+  // The one-time naming trial leaves nothing behind either.
+  EXPECT_EQ(testsupport::listDir(dir.path()), (std::vector<std::string>{"a.txt", "c.txt", "s.txt"}));
   // Either way a file gets the usual permissions, 0666 less the umask.
   for (const char* name : {"a.txt", "c.txt"}) EXPECT_EQ(unsigned(fs::status(dir.file(name)).permissions()), 0644u);
   ::umask(userMask);
