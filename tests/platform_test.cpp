@@ -273,6 +273,18 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
     EXPECT_TRUE(one.stream() && one.write("a", 1) && one.write("", 0) && one.write("bc", 2) && one.commit());
   }
   EXPECT_EQ(testsupport::readFile(dir.file("s.txt")), "abc");
+  {
+    OutputFile blocked(dir.file("d.txt"), tree);
+    fs::create_directory(dir.file("d.txt"));  // the place is taken meanwhile
+    EXPECT_FALSE(blocked.commit());
+    // A file that failed or never opened charges nothing for what it is given.
+    OutputBudget::startRun(0);
+    EXPECT_FALSE(blocked.write("x"));
+    EXPECT_FALSE(OutputFile(dir.file("no/such.txt"), tree).write("y"));
+    EXPECT_TRUE(OutputBudget::charge(OutputBudget::kConstant));
+    OutputBudget::unlimited();
+  }
+  fs::remove(dir.file("d.txt"));
   // The one-time naming trial leaves nothing behind either.
   EXPECT_EQ(testsupport::listDir(dir.path()), (std::vector<std::string>{"a.txt", "c.txt", "s.txt"}));
   // Either way a file gets the usual permissions, 0666 less the umask.
