@@ -29,6 +29,7 @@ TEST(PathHelpers, FileAndFolderHonourBothSeparators) {
   EXPECT_EQ(getFileFromPath("a/b\\c"), "c");
   EXPECT_EQ(getFileFromPath("plain"), "plain");
   EXPECT_EQ(getFileFromPath("dir/"), "");
+  EXPECT_EQ(getFileFromPath("/"), "");
   EXPECT_EQ(getPathFromFile("a/b/c"), "a/b");
   EXPECT_EQ(getPathFromFile("/x"), "");
   EXPECT_EQ(getPathFromFile("plain"), ".");
@@ -90,6 +91,7 @@ TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
   const mode_t userMask = ::umask(022);
   OutputTree tree(dir.path() + "/");
   EXPECT_EQ(tree.createDir(dir.file("t")), 0);
+  EXPECT_EQ(tree.createDir(dir.file("file/sub")), 2);  // a file in the way
   EXPECT_EQ(PCreateDir(dir.file("p")), 0);
   ::umask(userMask);
   for (const char* name : {"t", "p"}) EXPECT_EQ(unsigned(fs::status(dir.file(name)).permissions()), 0755u) << name;
