@@ -57,6 +57,12 @@ TEST(StringHelpers, TrimCleanAndLowercaseTouchOnlyTheirBytes) {
   // Windows Latin to UTF-8: one, two and three bytes, and an undefined byte.
   EXPECT_EQ(TLVSConv("a\x80\xE9\x9F\xFF", WINDOWS_LATIN1), "a\xE2\x82\xAC\xC3\xA9\xC5\xB8\xC3\xBF");
   EXPECT_EQ(TLVSConv("a\x81", WINDOWS_LATIN1), "TLVSConv_ERROR6");
+  // Every defined byte of 0x80-0x9F, by the code page's public table.
+  EXPECT_EQ(TLVSConv("\x80\x82\x83\x84\x85\x86\x87\x88\x89\x8A\x8B\x8C\x8E\x91\x92\x93\x94\x95\x96\x97\x98\x99\x9A"
+                     "\x9B\x9C\x9E\x9F", WINDOWS_LATIN1),
+            "\xE2\x82\xAC\xE2\x80\x9A\xC6\x92\xE2\x80\x9E\xE2\x80\xA6\xE2\x80\xA0\xE2\x80\xA1\xCB\x86\xE2\x80\xB0"
+            "\xC5\xA0\xE2\x80\xB9\xC5\x92\xC5\xBD\xE2\x80\x98\xE2\x80\x99\xE2\x80\x9C\xE2\x80\x9D\xE2\x80\xA2\xE2\x80\x93"
+            "\xE2\x80\x94\xCB\x9C\xE2\x84\xA2\xC5\xA1\xE2\x80\xBA\xC5\x93\xC5\xBE\xC5\xB8");
   EXPECT_EQ(TLVSConv("\x81", UTF8), "\x81");
   EXPECT_EQ(TLVSConv(static_cast<const char*>(nullptr), UTF8), "");
 }
@@ -115,6 +121,12 @@ TEST(WholeFiles, ExternalizeFailsWithoutItsFolderAndSizesOfMissingFilesAreZero) 
   EXPECT_FALSE(binFileExternalize(dir.file("no/such/dir/f"), "x", 1));
   EXPECT_TRUE(testsupport::listDir(dir.path()).empty());
   EXPECT_EQ(fileSize(dir.file("missing")), 0);
+  // A whole file comes with the room asked for, rounded up to 16 bytes.
+  testsupport::writeFile(dir.file("five"), "12345");
+  uint64_t length = 0, spare = 3;
+  uint8_t* whole = binFileInternalize(dir.file("five"), length, spare);
+  EXPECT_TRUE(whole && length == 5 && spare == 11);
+  binFileFree(whole);
   EXPECT_TRUE(fileExists(dir.path()));
 }
 
