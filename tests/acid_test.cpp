@@ -157,11 +157,7 @@ TEST(AcidBadInput, MalformedLoopsNeverBreakTheConversion) {
   const std::string fmt = acid::fmt(1, 1, 8000, 16);
   const std::string samples = acid::pcm16(std::vector<int16_t>(600, 50));
   const std::string dataPastTheEnd = "data" + riff::le32(1000000) + std::string(600, '\1');
-  const struct {
-    const char* what;
-    std::string bytes;
-    const char* message;
-  } cases[] = {
+  const struct { const char* what; std::string bytes; const char* message; } cases[] = {
       {"marker count past the chunk", loop(fmt, acid::strc({{0}, {300}}, 1, 2, 5000), samples),
        "strc chunk holds only 2 of its 5000 beat markers"},
       {"markers beyond the data", loop(fmt, acid::strc({{0}, {599}, {99999999}, {~0ull}}), samples),

@@ -6,7 +6,7 @@
 #include <csignal>
 #include <filesystem>
 
-#include "tests/support/DlsBuilder.h"
+#include "tests/support/DlsRun.h"
 #include "tests/support/Sf2Builder.h"
 #include "tests/support/TestSupport.h"
 
@@ -32,36 +32,14 @@ void expectOnlyWholeFiles(const std::string& root, const std::string& context) {
   }
 }
 
-// A pool of `poolBytes` copied while presets in two banks are written ahead.
-std::string twoBankBank(size_t poolBytes, uint16_t presets) {
-  sf2build::Bank bank;
-  bank.pool = std::string(poolBytes, '\5');
-  bank.samples.push_back({"S", 0, static_cast<uint32_t>(poolBytes / 4), 10, 90, 44100, 60});
-  bank.instruments.push_back({"I", {{{sf2build::gen(53, 0)}}}});
-  for (uint16_t i = 0; i < presets; ++i)
-    bank.presets.push_back({"P" + std::to_string(i), i, static_cast<uint16_t>(i % 2), {{{sf2build::gen(41, 0)}}}});
-  return bank.bytes();
-}
-
-std::string manyWaves(int count) {
-  dls::Collection collection;
-  for (int i = 0; i < count; ++i) {
-    collection.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(std::vector<int16_t>(4000, int16_t(i))),
-                                 dls::info({{"INAM", "w" + std::to_string(i)}})));
-    dls::Instrument instrument;
-    instrument.program = static_cast<uint32_t>(i);
-    instrument.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(i) + dls::wsmp({}))};
-    collection.addInstrument(instrument);
-  }
-  return collection.bytes();
-}
-
 }  // namespace
 
 TEST(Cancellation, ASignalAtAnyMomentLeavesOnlyWholeFilesAndEndsTheRunByIt) {
   TempDir dir;
-  writeFile(dir.file("bank.sf2"), twoBankBank(24 << 20, 400));
-  writeFile(dir.file("bank.dls"), manyWaves(400));
+  writeFile(dir.file("bank.sf2"), sf2build::presetBank(400, 24 << 20, '\5').bytes());
+  std::vector<std::string> waveNames;
+  for (int i = 0; i < 400; ++i) waveNames.push_back("w" + std::to_string(i));
+  writeFile(dir.file("bank.dls"), dls::namedWaves(waveNames, 4000).bytes());
   const int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
   for (const char* input : {"bank.sf2", "bank.dls"}) {
     const auto start = std::chrono::steady_clock::now();
@@ -112,7 +90,7 @@ TEST(Cancellation, MemoryRunningOutAnywhereEndsTheRunWithItsLine) {
   TempDir dir;
   const std::string examples = std::string(SORVANE_SOURCE_DIR) + "/examples/";
   writeFile(dir.file("song.rmi"), readFile(examples + "demo_song.rmi"));
-  writeFile(dir.file("bank.sf2"), twoBankBank(2 << 20, 40));
+  writeFile(dir.file("bank.sf2"), sf2build::presetBank(40, 2 << 20, '\5').bytes());
   const std::pair<std::string, uint64_t> inputs[] = {{dir.file("bank.sf2"), 24 << 20},
                                                      {examples + "demo_collection.dls", 0},
                                                      {examples + "demo_loop.wav", 0},

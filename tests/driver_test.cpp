@@ -21,11 +21,7 @@ std::string echo(const std::string& input, const std::string& output, const std:
 }  // namespace
 
 TEST(Driver, ArgumentShapesGiveTheirBoxesAndStatuses) {
-  struct Case {
-    std::vector<std::string> args;
-    std::string out;
-    int status;
-  };
+  struct Case { std::vector<std::string> args; std::string out; int status; };
   const Case cases[] = {
       {{}, kBanner + kUsage, 255},
       {{"bank.sf2"}, kBanner + kUsage, 255},

@@ -144,8 +144,7 @@ TEST(ChunkTree, MappedFilesGiveBackTheirDescriptor) {
   }
   EXPECT_EQ(descriptors(), before);
   uint64_t length = 5;
-  EXPECT_EQ(tolvin::AllocMemFile(dir.file("none"), &length), nullptr);
-  EXPECT_EQ(length, 0u);
+  EXPECT_TRUE(tolvin::AllocMemFile(dir.file("none"), &length) == nullptr && length == 0);
   const uint8_t* bytes = tolvin::AllocMemFile(dir.file("f"), nullptr);  // no length wanted
   ASSERT_TRUE(bytes && bytes[0] == 'R');
   tolvin::FreeMemFile(bytes + 1);  // not a mapping: nothing happens
@@ -156,11 +155,7 @@ TEST(ChunkTree, MappedFilesGiveBackTheirDescriptor) {
 
 TEST(ChunkTree, EveryMagicHasItsLayout) {
   const std::string caf = riff::Body().be16(1).be16(0).text("desc").be64(3).text("abc");
-  const struct {
-    const char* what;
-    std::string bytes;
-    std::string tree;
-  } cases[] = {
+  const struct { const char* what; std::string bytes; std::string tree; } cases[] = {
       {"RIFX", riff::listBE("RIFX", "WAVE", riff::chunkBE("fmt ", "abc")), "RIFX(WAVE)@0+16[fmt @12+4 ] "},
       {"FORM", riff::listBE("FORM", "AIFF", riff::chunkBE("COMM", "ab")), "FORM(AIFF)@0+14[COMM@12+2 ] "},
       {"CAT", riff::listBE("CAT ", std::string(4, '\0'), ""), "CAT (NULL)@0+4 "},
@@ -203,11 +198,7 @@ TEST(ChunkTree, EveryMagicHasItsLayout) {
 
 TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
   const std::string noSpace = "Not enough space in real file for new chunks!!\n";
-  const struct {
-    const char* what;
-    std::string bytes;
-    std::string console;
-  } cases[] = {
+  const struct { const char* what; std::string bytes; std::string console; } cases[] = {
       {"empty", "", ""},
       {"three bytes", "RIF", ""},
       {"unknown magic", "OggS and more", "Not an IFF-like file\n"},
@@ -237,7 +228,7 @@ TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
   for (auto method : {tolvin::IFF_LOAD_WHOLE_FILE, tolvin::IFF_LOAD_MEMORY_MAP, tolvin::IFF_LOAD_STREAM}) {
     IFFTree tiny(dir.file("tiny"), nullptr), folder(dir.path(), nullptr);
     EXPECT_EQ(captureStdout([&] { EXPECT_FALSE(tiny.process(method)); }), "") << method;
-    if (method == tolvin::IFF_LOAD_STREAM) EXPECT_EQ(tiny.IFF_TELL(), -1);  // let go at once
+    EXPECT_EQ(tiny.IFF_TELL(), method == tolvin::IFF_LOAD_STREAM ? -1 : 3) << method;  // a stream is let go
     captureStdout([&] { EXPECT_FALSE(folder.process(method)); });
   }
   IFFTree missing(dir.file("nothing"), nullptr);

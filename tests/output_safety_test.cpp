@@ -15,7 +15,7 @@
 #include <unistd.h>
 
 #include "tests/support/AcidBuilder.h"
-#include "tests/support/DlsBuilder.h"
+#include "tests/support/DlsRun.h"
 #include "tests/support/HostileInputs.h"
 #include "tests/support/Sf2Builder.h"
 #include "tests/support/TestSupport.h"
@@ -44,37 +44,10 @@ std::vector<int16_t> ramp(int count) {
   return samples;
 }
 
-sf2build::Bank onePresetBank(size_t poolBytes = 400, char fill = '\0') {
-  sf2build::Bank bank;
-  bank.pool = std::string(poolBytes, fill);
-  bank.samples.push_back({"S", 0, static_cast<uint32_t>(poolBytes / 4), 10, 90, 44100, 60});
-  bank.instruments.push_back({"I", {{{sf2build::gen(53, 0)}}}});
-  bank.presets.push_back({"P", 0, 0, {{{sf2build::gen(41, 0)}}}});
-  return bank;
-}
-
-// One wave of `frames` frames and one instrument per name, the instrument
-// named after its wave (unless `instrumentInfo` replaces its INFO list) with
-// the name's index as program.
-dls::Collection collection(const std::vector<std::string>& names, int frames = 8,
-                           const std::string& instrumentInfo = "") {
-  dls::Collection c;
-  for (uint32_t i = 0; i < names.size(); ++i) {
-    c.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(frames)), dls::info({{"INAM", names[i]}})));
-    dls::Instrument instrument;
-    instrument.program = i;
-    instrument.name = names[i];
-    instrument.infoList = instrumentInfo;
-    instrument.regions = {dls::region(dls::rgnh(0, 127, 0, 127) + dls::wlnk(i) + dls::wsmp({}))};
-    c.addInstrument(instrument);
-  }
-  return c;
-}
-
 std::string hostileCollection() {
   std::vector<std::string> names(std::begin(kHostileNames), std::end(kHostileNames));
   names.push_back(std::string(255, 'L'));
-  return collection(names).bytes();
+  return dls::namedWaves(names).bytes();
 }
 
 // True when some line of `text` starts with `start`.
@@ -83,13 +56,6 @@ bool hasLineStarting(const std::string& text, const std::string& start) {
 }
 
 bool isLinkAt(const std::string& path) { return fs::is_symlink(fs::symlink_status(path)); }
-
-// Presets split over two banks, so that each bank has a folder.
-sf2build::Bank twoBanks(uint16_t presets) {
-  sf2build::Bank bank = onePresetBank();
-  for (uint16_t i = 1; i < presets; ++i) bank.presets.push_back({"P", i, uint16_t(i % 2), {{{sf2build::gen(41, 0)}}}});
-  return bank;
-}
 
 }  // namespace
 
@@ -107,7 +73,7 @@ TEST(OutputConfinement, HostileNamesStayInsideTheOutputFolder) {
   EXPECT_EQ(dls.status, 0);
   EXPECT_EQ(dls.err, "");
 
-  sf2build::Bank bank = onePresetBank();
+  sf2build::Bank bank = sf2build::presetBank();
   bank.presets.clear();
   uint16_t program = 0;
   for (const char* name : kHostileNames)
@@ -149,8 +115,8 @@ TEST(OutputConfinement, HostileNamesStayInsideTheOutputFolder) {
 // standard output.
 TEST(HostileEnvironment, AnInputChangingWhileItIsReadNeverBreaksTheConversion) {
   TempDir dir;
-  const std::pair<std::string, std::string> inputs[] = {{"bank.sf2", onePresetBank(3 << 20, '\3').bytes()},
-                                                        {"bank.dls", collection({"w"}, 200000).bytes()}};
+  const std::pair<std::string, std::string> inputs[] = {{"bank.sf2", sf2build::presetBank(1, 3 << 20, '\3').bytes()},
+                                                        {"bank.dls", dls::namedWaves({"w"}, 200000).bytes()}};
 
   for (const auto& input : inputs) {
     const std::string path = dir.file(input.first);
@@ -180,18 +146,15 @@ TEST(HostileEnvironment, AnInputChangingWhileItIsReadNeverBreaksTheConversion) {
 
 TEST(HostileEnvironment, PathsAndInputsThatCannotBeUsedGetOneLineAndNothingIsWritten) {
   TempDir dir;
-  writeFile(dir.file("bank.sf2"), onePresetBank().bytes());
-  writeFile(dir.file("bank.dls"), collection({"w"}).bytes());
+  writeFile(dir.file("bank.sf2"), sf2build::presetBank().bytes());
+  writeFile(dir.file("bank.dls"), dls::namedWaves({"w"}).bytes());
   writeFile(dir.file("blocker"), "not a folder");
   ASSERT_EQ(::mkfifo(dir.file("pipe.sf2").c_str(), 0600), 0);
   fs::create_directory(dir.file("folder.wav"));
   fs::create_symlink("/dev/zero", dir.file("device.dls"));
   std::string deep = dir.path();
   while (deep.size() < 80000) deep += "/a";
-  struct Case {
-    std::vector<std::string> args;
-    std::string line;
-  };
+  struct Case { std::vector<std::string> args; std::string line; };
   const Case cases[] = {
       {{dir.file("pipe.sf2"), dir.file("out")}, "Input is not a regular file: " + dir.file("pipe.sf2") + "\n"},
       {{dir.file("folder.wav"), dir.file("out")}, "Input is not a regular file: " + dir.file("folder.wav") + "\n"},
@@ -210,7 +173,7 @@ TEST(HostileEnvironment, PathsAndInputsThatCannotBeUsedGetOneLineAndNothingIsWri
     EXPECT_EQ(listDir(dir.path()), (std::vector<std::string>{"bank.dls", "bank.sf2", "blocker", "device.dls",
                                                              "folder.wav", "pipe.sf2"}));
   }
-  EXPECT_EQ(readFile(dir.file("bank.sf2")), onePresetBank().bytes());
+  EXPECT_EQ(readFile(dir.file("bank.sf2")), sf2build::presetBank().bytes());
   EXPECT_EQ(readFile(dir.file("blocker")), "not a folder");
   // A loop's file that cannot be made is said once, never as a failed write.
   writeFile(dir.file("loop.wav"), acid::wave(acid::fmt(1, 1, 8000, 16) + acid::pcm16(ramp(8))));
@@ -224,7 +187,7 @@ TEST(HostileEnvironment, PathsAndInputsThatCannotBeUsedGetOneLineAndNothingIsWri
 TEST(HostileEnvironment, NoFileIsWrittenThroughALink) {
   TempDir dir;
   writeFile(dir.file("victim"), "precious");
-  writeFile(dir.file("bank.sf2"), onePresetBank().bytes());
+  writeFile(dir.file("bank.sf2"), sf2build::presetBank().bytes());
   const std::string refused = "output path holds a link, file not written:";
   // A link in place of the pool, then of a preset file.
   for (const char* name : {"sf2_smpl.wav", "000_P.sfz"}) {
@@ -236,7 +199,7 @@ TEST(HostileEnvironment, NoFileIsWrittenThroughALink) {
   }
   // A linked samples folder of a collection.
   TempDir out, elsewhere;
-  writeFile(dir.file("bank.dls"), collection({"w"}).bytes());
+  writeFile(dir.file("bank.dls"), dls::namedWaves({"w"}).bytes());
   fs::create_directories(out.file("bank_dls"));
   fs::create_symlink(elsewhere.path(), out.file("bank_dls/samples"));
   RunResult dlsRun = runSorvane({dir.file("bank.dls"), out.path()});
@@ -246,7 +209,7 @@ TEST(HostileEnvironment, NoFileIsWrittenThroughALink) {
   EXPECT_EQ(readFile(dir.file("victim")), "precious");
 
   // The song's own side files may not be the song: through a link or a second name.
-  const std::string song = riff::list("RIFF", "RMID", riff::chunk("data", "MThd") + collection({"w"}).bytes());
+  const std::string song = riff::list("RIFF", "RMID", riff::chunk("data", "MThd") + dls::namedWaves({"w"}).bytes());
   writeFile(dir.file("song.rmi"), song);
   fs::create_symlink(dir.file("song.rmi"), dir.file("song.dls"));
   ASSERT_EQ(::link(dir.file("song.rmi").c_str(), dir.file("song.mid").c_str()), 0);
@@ -275,8 +238,8 @@ TEST(HostileEnvironment, AClosedPipeOnStandardOutputNeverStopsTheConversion) {
 TEST(HostileEnvironment, RunsSharingAFolderOnlyEverShowWholeFiles) {
   TempDir dir;
   const size_t poolBytes = 2 << 20;
-  writeFile(dir.file("a.sf2"), onePresetBank(poolBytes, 'a').bytes());
-  writeFile(dir.file("b.sf2"), onePresetBank(poolBytes, 'b').bytes());
+  writeFile(dir.file("a.sf2"), sf2build::presetBank(1, poolBytes, 'a').bytes());
+  writeFile(dir.file("b.sf2"), sf2build::presetBank(1, poolBytes, 'b').bytes());
   const std::string pool = dir.file("out/sf2_smpl.wav");
   std::atomic<bool> running{true};
   std::atomic<int> partialSeen{0};
@@ -305,7 +268,7 @@ TEST(HostileEnvironment, PartialWritesAreReportedAndLeaveNothingBehind) {
   TempDir dir;
   // A wave past the size limit is not left truncated, and what fit is whole
   // and readable.
-  dls::Collection waves = collection({"small"});
+  dls::Collection waves = dls::namedWaves({"small"});
   waves.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(60000)), dls::info({{"INAM", "big"}})));
   writeFile(dir.file("bank.dls"), waves.bytes());
   fs::create_directory(dir.file("out"));  // one level is made per call, and waves need two
@@ -327,7 +290,7 @@ TEST(HostileEnvironment, PartialWritesAreReportedAndLeaveNothingBehind) {
   // A SoundFont pool past the limit: no pool, no preset, no results file. Its
   // two bank folders, made and written into while the pool was being
   // copied, are gone again.
-  sf2build::Bank twoBanks = onePresetBank(200000, '\1');
+  sf2build::Bank twoBanks = sf2build::presetBank(1, 200000, '\1');
   twoBanks.presets.push_back({"D", 0, 128, {{{sf2build::gen(41, 0)}}}});
   writeFile(dir.file("bank.sf2"), twoBanks.bytes());
   RunResult pool = runSorvane({dir.file("bank.sf2"), dir.file("sf2"), dir.file("results.txt")}, 64 * 1024);
@@ -361,7 +324,7 @@ TEST(HostileEnvironment, PartialWritesAreReportedAndLeaveNothingBehind) {
   EXPECT_FALSE(exists(dir.file("results.txt")));
 
   // It never names a file that was left out.
-  writeFile(dir.file("bank.sf2"), onePresetBank().bytes());
+  writeFile(dir.file("bank.sf2"), sf2build::presetBank().bytes());
   fs::create_directories(dir.file("sf2/000_P.sfz"));  // a folder where the preset goes
   RunResult missing = runSorvane({dir.file("bank.sf2"), dir.file("sf2"), dir.file("results.txt")});
   EXPECT_TRUE(contains(missing.out, "results file not written, its SFZ file is missing:" + dir.file("sf2/000_P.sfz")));
@@ -373,7 +336,7 @@ TEST(HostileEnvironment, PartialWritesAreReportedAndLeaveNothingBehind) {
 TEST(HostileEnvironment, OutputStaysWithinAFixedMultipleOfTheInput) {
   TempDir dir;
   // A 100 KB comment repeated in a thousand preset files would pass 80 MB.
-  sf2build::Bank bank = onePresetBank();
+  sf2build::Bank bank = sf2build::presetBank();
   bank.info.push_back({"ICMT", std::string(100000, 'c')});
   for (uint16_t i = 1; i < 1200; ++i) bank.presets.push_back({"P", i, 0, {{{sf2build::gen(41, 0)}}}});
   const std::string bytes = bank.bytes();
@@ -409,7 +372,7 @@ TEST(HostileEnvironment, MemoryStaysWithinASmallMultipleOfTheInput) {
 
 TEST(HostileEnvironment, BankTextsNeverStartAnSfzLine) {
   TempDir dir;
-  sf2build::Bank bank = onePresetBank();
+  sf2build::Bank bank = sf2build::presetBank();
   bank.samples[0].name = "x\nsample=/etc/shad";
   bank.presets[0].name = "p\r\x01q";
   writeFile(dir.file("bank.sf2"), bank.bytes());
@@ -419,7 +382,7 @@ TEST(HostileEnvironment, BankTextsNeverStartAnSfzLine) {
   EXPECT_FALSE(hasLineStarting(preset, "sample=/etc"));
 
   const std::string comment = dls::info({{"ICMT", "hi\n<region> sample=/etc/shadow lokey=0 hikey=127"}});
-  writeFile(dir.file("bank.dls"), collection({"w\nx"}, 8, comment).bytes());
+  writeFile(dir.file("bank.dls"), dls::namedWaves({"w\nx"}, 8, comment).bytes());
   fs::create_directory(dir.file("dls"));  // one level is made per call, and waves need two
   runSorvane({dir.file("bank.dls"), dir.file("dls")});
   const std::string instrument = readFile(dir.file("dls/bank_dls/Bank_00000000/000_UNNAMED.sfz"));
@@ -436,8 +399,8 @@ TEST(HostileEnvironment, FoldersSwappedForLinksMidRunSendNothingOutside) {
   TempDir dir, outside;
   std::vector<std::string> names;
   for (int i = 0; i < 300; ++i) names.push_back("w" + std::to_string(i));
-  writeFile(dir.file("bank.dls"), collection(names).bytes());
-  writeFile(dir.file("bank.sf2"), twoBanks(300).bytes());
+  writeFile(dir.file("bank.dls"), dls::namedWaves(names).bytes());
+  writeFile(dir.file("bank.sf2"), sf2build::presetBank(300).bytes());
   const std::pair<const char*, const char*> cases[] = {
       {"bank.dls", "bank_dls/samples"}, {"bank.dls", "bank_dls/Bank_00000000"}, {"bank.sf2", "001"}};
   for (const auto& swap : cases) {
@@ -465,7 +428,7 @@ TEST(HostileEnvironment, AFileThatFailedNeverReplacesAnEarlierOne) {
   TempDir dir;
   // A pool that claims far more than the input holds: the short read is
   // what is reported, and the earlier pool stays as it was.
-  std::string bank = onePresetBank(4000, '\7').bytes();
+  std::string bank = sf2build::presetBank(1, 4000, '\7').bytes();
   const size_t sdta = bank.find("sdta") - 8, length = 8 + u32At(bank, bank.find("sdta") - 4);
   bank += bank.substr(sdta, length);  // the pool last, where a size past the end is taken
   bank.erase(sdta, length);
@@ -482,7 +445,7 @@ TEST(HostileEnvironment, AFileThatFailedNeverReplacesAnEarlierOne) {
 
 TEST(HostileEnvironment, ResultsTargetsThatAreNotPlainFilesAreLeftAsTheyAre) {
   TempDir dir;
-  writeFile(dir.file("bank.sf2"), onePresetBank().bytes());
+  writeFile(dir.file("bank.sf2"), sf2build::presetBank().bytes());
   writeFile(dir.file("victim"), "precious");
   fs::create_symlink(dir.file("victim"), dir.file("link"));
   ASSERT_EQ(::mkfifo(dir.file("fifo").c_str(), 0600), 0);
@@ -552,7 +515,7 @@ TEST(HostileEnvironment, EachFileAndFolderCostsABlockOfTheOutputBudget) {
   TempDir dir;
   dls::Collection empty;
   for (int i = 0; i < 20000; ++i) empty.addWave(dls::wave(dls::fmt(1, 8000, 16), "", dls::info({{"INAM", std::to_string(i)}})));
-  sf2build::Bank banks = onePresetBank();
+  sf2build::Bank banks = sf2build::presetBank();
   for (uint16_t i = 1; i < 20000; ++i) banks.presets.push_back({"P", 0, i, {{{sf2build::gen(41, 0)}}}});
   for (const auto& input : {std::make_pair(std::string("waves.dls"), empty.bytes()),
                             std::make_pair(std::string("banks.sf2"), banks.bytes())}) {
@@ -565,8 +528,8 @@ TEST(HostileEnvironment, EachFileAndFolderCostsABlockOfTheOutputBudget) {
     for (const auto& entry : fs::recursive_directory_iterator(out)) {
       paid += 4096 + (entry.is_directory() ? 0 : entry.file_size());
       if (entry.is_directory()) {
-      EXPECT_FALSE(fs::is_empty(entry.path())) << entry.path();
-    }
+        EXPECT_FALSE(fs::is_empty(entry.path())) << entry.path();
+      }
     }
     EXPECT_LE(paid, 8 * input.second.size() + (64 << 20)) << input.first;
   }
@@ -576,7 +539,7 @@ TEST(HostileEnvironment, NamesLongerThanTheFileSystemTakesAreCutAtACharacter) {
   TempDir dir;
   std::string name;
   while (name.size() < 300) name += "\xc3\xa9";  // two bytes each
-  writeFile(dir.file("bank.dls"), collection({name}).bytes());
+  writeFile(dir.file("bank.dls"), dls::namedWaves({name}).bytes());
   fs::create_directory(dir.file("out"));
   const RunResult run = runSorvane({dir.file("bank.dls"), dir.file("out"), dir.file("results.txt")});
   EXPECT_FALSE(contains(run.out, "error")) << run.out;

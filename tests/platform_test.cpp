@@ -92,8 +92,7 @@ TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
   ASSERT_EQ(::chdir(dir.path().c_str()), 0);
   EXPECT_TRUE(PCreateDir("r/s") == 0 && PCreateDir("r/s") == 0 && testsupport::exists(dir.file("r/s")));
 
-  // Folders get the usual permissions, 0777 less the umask, made either way
-  // (the tree's root given with a trailing slash, as a user may type it).
+  // Folders get 0777 less the umask either way (a root with a trailing slash, as typed).
   const mode_t userMask = ::umask(022);
   OutputTree tree(dir.path() + "/");
   EXPECT_EQ(tree.createDir(dir.file("t")), 0);
@@ -189,20 +188,17 @@ TEST(WholeFiles, TheOutputBudgetTakesItsEdgeAndStartsAfreshPerRun) {
 // The cancellation register holds 262,144 names; one past its room is
 // refused, and forgotten tickets are handed out again.
 TEST(WholeFiles, TheLeftoversRegisterRefusesNamesPastItsRoom) {
-  // Every name still registered goes when the run is cancelled, the first
-  // one too, and a forgotten ticket's entry is taken by the next name.
+  // A cancelled run removes every name still registered, the first one too.
   testsupport::TempDir dir;
   const int folder = ::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY);
   for (const char* name : {"a", "b", "c"}) testsupport::writeFile(dir.file(name), name);
   const int a = Leftovers::remember(folder, "a", false), b = Leftovers::remember(folder, "b", false);
   Leftovers::forget(b);
-  const int c = Leftovers::remember(folder, "c", false);
-  EXPECT_EQ(c, b);
+  const int c = Leftovers::remember(folder, "c", false);  // the forgotten ticket's entry
   Leftovers::removeAll();
+  EXPECT_EQ(c, b);
   EXPECT_EQ(testsupport::listDir(dir.path()), std::vector<std::string>{"b"});
-  Leftovers::forget(a);
-  Leftovers::forget(c);
-  ::close(folder);
+  Leftovers::forget(a), Leftovers::forget(c), ::close(folder);
   std::vector<int> tickets;
   for (int ticket; (ticket = Leftovers::remember(-1, "x", false)) >= 0 && tickets.size() <= (1u << 18);)
     tickets.push_back(ticket);
@@ -291,8 +287,7 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
     OutputFile blocked(dir.file("d.txt"), tree);
     fs::create_directory(dir.file("d.txt"));  // the place is taken meanwhile
     EXPECT_FALSE(blocked.commit());
-    // A file that failed or never opened charges nothing for what it is given.
-    OutputBudget::startRun(0);
+    OutputBudget::startRun(0);  // a file that failed or never opened charges nothing
     EXPECT_FALSE(blocked.write("x"));
     EXPECT_FALSE(OutputFile(dir.file("no/such.txt"), tree).write("y"));
     EXPECT_TRUE(OutputBudget::charge(OutputBudget::kConstant));

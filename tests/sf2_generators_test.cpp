@@ -35,10 +35,7 @@ TEST(SF2Generators, NamesByNumber) {
 // Each instrument generator: its NOP comment (amount, low and high byte) and
 // what it becomes, exactly where it is written.
 TEST(SF2Generators, InstrumentLevel) {
-  const struct {
-    std::vector<Gen> gens;
-    std::vector<std::string> lines;
-  } cases[] = {
+  const struct { std::vector<Gen> gens; std::vector<std::string> lines; } cases[] = {
       {{range(43, 72, 60)}, {"/* NOP igen(keyRange) = 15432[72;60] */\n/* NOP igen(sampleId)"}},
       {{range(43, 60, 60)}, {"/* NOP igen(keyRange) = 15420[60;60] */\n key=60\n"}},
       {{range(43, 10, 20)}, {" lokey=10 hikey=20\n"}},

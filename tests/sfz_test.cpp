@@ -33,9 +33,8 @@ TEST(SfzModulators, AddedTargetsMakeAModulatorMulti) {
   SFZEg eg(2, SFZModulator::TargetType(1), 5.0);
   eg.addTarget(SFZModulator::TargetType(4), 6.0);
   EXPECT_EQ(eg.getStringTargetType(), "multi");
-  // A point added as the sustain one holds it.
   eg.addPoint(SFZEg::EgPoint(0.1, 1.0, 0.0), false);
-  eg.addPoint(SFZEg::EgPoint(0.2, 0.5, 0.0), true);
+  eg.addPoint(SFZEg::EgPoint(0.2, 0.5, 0.0), true);  // holds the sustain
   EXPECT_EQ(eg.getSustainPointIndex(), 1u);
   SFZLfo lfo(3, SFZModulator::TargetType(99), 0.0, SFZLfo::WaveType(0), 1.0, 0.0, 0.0);
   lfo.addTarget(SFZModulator::TargetType(2), 1.0);

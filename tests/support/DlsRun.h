@@ -44,6 +44,24 @@ inline std::vector<int16_t> ramp(int count) {
   return samples;
 }
 
+// One wave of `frames` frames and one instrument per name, the instrument
+// named after its wave (unless `instrumentInfo` replaces its INFO list) with
+// the name's index as program.
+inline Collection namedWaves(const std::vector<std::string>& names, int frames = 8,
+                             const std::string& instrumentInfo = "") {
+  Collection c;
+  for (uint32_t i = 0; i < names.size(); ++i) {
+    c.addWave(wave(fmt(1, 8000, 16), pcm16(ramp(frames)), info({{"INAM", names[i]}})));
+    Instrument instrument;
+    instrument.program = i;
+    instrument.name = names[i];
+    instrument.infoList = instrumentInfo;
+    instrument.regions = {region(rgnh(0, 127, 0, 127) + wlnk(i) + wsmp({}))};
+    c.addInstrument(instrument);
+  }
+  return c;
+}
+
 // A full-range region playing pool-table entry `tableIndex`.
 inline std::string fullRegion(uint32_t tableIndex, const std::string& more = "") {
   return region(rgnh(0, 127, 0, 127) + wlnk(tableIndex) + more);

@@ -177,4 +177,15 @@ class Bank {
   }
 };
 
+// One sample over a pool of `poolBytes` bytes of `fill`, one instrument, and
+// `presets` presets "P" taking banks 0 and 1 in turn.
+inline Bank presetBank(uint16_t presets = 1, size_t poolBytes = 400, char fill = '\0') {
+  Bank bank;
+  bank.pool = std::string(poolBytes, fill);
+  bank.samples.push_back({"S", 0, static_cast<uint32_t>(poolBytes / 4), 10, 90, 44100, 60});
+  bank.instruments.push_back({"I", {{{gen(53, 0)}}}});
+  for (uint16_t i = 0; i < presets; ++i) bank.presets.push_back({"P", i, uint16_t(i % 2), {{{gen(41, 0)}}}});
+  return bank;
+}
+
 }  // namespace sf2build
