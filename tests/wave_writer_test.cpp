@@ -37,10 +37,8 @@ TEST(WaveWriter, HeaderFormatAndDataSizesArePatchedOnFinalize) {
                 "INFOICOP" + le32(4) + std::string("abc\0", 4) + "LIST" + le32(16) + "INFOICOP" + le32(4) +
                 std::string("ab\0\0", 4) + "data" + le32(10) + "0123456789");
 
-  const struct {
-    unsigned long channels, bits;
-    uint16_t tag, blockAlign;
-  } formats[] = {{1, 4, 17, 0}, {2, 32, 3, 8}, {2, 8, 1, 2}};
+  const struct { unsigned long channels, bits; uint16_t tag, blockAlign; } formats[] = {
+      {1, 4, 17, 0}, {2, 32, 3, 8}, {2, 8, 1, 2}};
   for (const auto& f : formats) {
     FILE* other = std::fopen(dir.file("f.wav").c_str(), "wb");
     {
@@ -110,13 +108,15 @@ TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas)
     // byte is copied like any other piece.
     EXPECT_EQ(writer.copyData(source, pool.size() - 4, 100), 0u);
     EXPECT_EQ(writer.copyData(source, 1, 1), 1u);
+    EXPECT_EQ(writer.copyData(source, 0, 40u << 20), 2u << 20);  // halves: the first falls short, alone it counts
     EXPECT_FALSE(writer.writeFailed());
   }
   std::fclose(file);
   EXPECT_EQ(::lseek(source, 0, SEEK_CUR), 5);
   ::close(source);
 
-  const std::string expected = "ab" + pool.substr(3, pool.size() - 13) + "cd" + pool.substr(1, 1);
+  const std::string expected =
+      "ab" + pool.substr(3, pool.size() - 13) + "cd" + pool.substr(1, 1) + pool.substr(0, 2 << 20);
   const std::string bytes = readFile(dir.file("a.wav"));
   ASSERT_EQ(bytes.size(), 44 + expected.size());
   EXPECT_EQ(bytes.substr(40, 4), le32(static_cast<uint32_t>(expected.size())));
