@@ -253,12 +253,12 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
     EXPECT_EQ(meanwhile[0], temporary(n));
     OutputFile next(dir.file("n.txt"), tree);  // meanwhile: the next number
     EXPECT_TRUE(testsupport::exists(dir.file(temporary(n + 1))));
-    // A name someone else holds is passed over.
-    testsupport::writeFile(dir.file(temporary(n + 2)), "theirs");
+    // Up to 63 names in a row that someone else holds are passed over.
+    for (unsigned long k = 2; k < 65; ++k) testsupport::writeFile(dir.file(temporary(n + k)), "theirs");
     OutputFile third(dir.file("t.txt"), tree);
     EXPECT_TRUE(third.write("x"));
-    EXPECT_TRUE(testsupport::exists(dir.file(temporary(n + 3))));
-    std::remove(dir.file(temporary(n + 2)).c_str());
+    EXPECT_TRUE(testsupport::exists(dir.file(temporary(n + 65))));
+    for (unsigned long k = 2; k < 65; ++k) std::remove(dir.file(temporary(n + k)).c_str());
     EXPECT_TRUE(file.commit());
   }
   OutputFile dropped(dir.file("b.txt"), tree);
