@@ -38,12 +38,6 @@ const char* const kHostileNames[] = {
     "sub/dir/name", "same name", "same_name", "C:evil",
 };
 
-std::vector<int16_t> ramp(int count) {
-  std::vector<int16_t> samples;
-  for (int i = 0; i < count; ++i) samples.push_back(static_cast<int16_t>(i * 100));
-  return samples;
-}
-
 std::string hostileCollection() {
   std::vector<std::string> names(std::begin(kHostileNames), std::end(kHostileNames));
   names.push_back(std::string(255, 'L'));
@@ -85,7 +79,7 @@ TEST(OutputConfinement, HostileNamesStayInsideTheOutputFolder) {
 
   // A loop's SFZ file is named after the loop's own file name.
   const std::string loop = acid::wave(acid::fmt(1, 1, 44100, 16) + acid::acidChunk(4, 4, 4, 120.0f) +
-                                      acid::pcm16(ramp(64)));
+                                      acid::pcm16(dls::ramp(64)));
   const char* const loopNames[] = {"..wav", ".wav", "x\\..\\..\\up.wav", "c\x01tl.wav", "a.b.wav"};
   std::set<std::string> inputs = {"a/b/c/bank.sf2", "a/b/c/ba\x01nk.dls"};
   for (const char* name : loopNames) {
@@ -176,7 +170,7 @@ TEST(HostileEnvironment, PathsAndInputsThatCannotBeUsedGetOneLineAndNothingIsWri
   EXPECT_EQ(readFile(dir.file("bank.sf2")), sf2build::presetBank().bytes());
   EXPECT_EQ(readFile(dir.file("blocker")), "not a folder");
   // A loop's file that cannot be made is said once, never as a failed write.
-  writeFile(dir.file("loop.wav"), acid::wave(acid::fmt(1, 1, 8000, 16) + acid::pcm16(ramp(8))));
+  writeFile(dir.file("loop.wav"), acid::wave(acid::fmt(1, 1, 8000, 16) + acid::pcm16(dls::ramp(8))));
   const std::string loop = runSorvane({dir.file("loop.wav"), dir.file("blocker")}).out;
   EXPECT_EQ(loop.substr(loop.find("error")), "error creating output file!\n");
   // An empty results path is no results file.
@@ -269,7 +263,7 @@ TEST(HostileEnvironment, PartialWritesAreReportedAndLeaveNothingBehind) {
   // A wave past the size limit is not left truncated, and what fit is whole
   // and readable.
   dls::Collection waves = dls::namedWaves({"small"});
-  waves.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(ramp(60000)), dls::info({{"INAM", "big"}})));
+  waves.addWave(dls::wave(dls::fmt(1, 8000, 16), dls::pcm16(dls::ramp(60000)), dls::info({{"INAM", "big"}})));
   writeFile(dir.file("bank.dls"), waves.bytes());
   fs::create_directory(dir.file("out"));  // one level is made per call, and waves need two
   // The input may be larger than the limit: only files being written are capped.
@@ -317,7 +311,7 @@ TEST(HostileEnvironment, PartialWritesAreReportedAndLeaveNothingBehind) {
   std::string deep = dir.path();
   while (deep.size() < 3000) deep += "/folder";
   fs::create_directories(deep);
-  writeFile(dir.file("loop.wav"), acid::wave(acid::fmt(1, 1, 44100, 16) + acid::pcm16(ramp(64))));
+  writeFile(dir.file("loop.wav"), acid::wave(acid::fmt(1, 1, 44100, 16) + acid::pcm16(dls::ramp(64))));
   RunResult results = runSorvane({dir.file("loop.wav"), deep, dir.file("results.txt")}, RunLimits{2048});
   EXPECT_TRUE(contains(results.out, "error writing results file:" + dir.file("results.txt") + "\n")) << results.out;
   EXPECT_TRUE(exists(deep + "/loop.sfz"));

@@ -198,7 +198,8 @@ TEST(WholeFiles, TheLeftoversRegisterRefusesNamesPastItsRoom) {
   Leftovers::removeAll();
   EXPECT_EQ(c, b);
   EXPECT_EQ(testsupport::listDir(dir.path()), std::vector<std::string>{"b"});
-  Leftovers::forget(a), Leftovers::forget(c), ::close(folder);
+  for (int ticket : {a, c}) Leftovers::forget(ticket);
+  ::close(folder);
   std::vector<int> tickets;
   for (int ticket; (ticket = Leftovers::remember(-1, "x", false)) >= 0 && tickets.size() <= (1u << 18);)
     tickets.push_back(ticket);

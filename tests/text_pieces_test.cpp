@@ -58,8 +58,10 @@ TEST(ShortTextLines, TheLongestGeneratorInfoIsWhole) {
 }
 
 TEST(NumberTextPadding, TheSignCountsInTheWidth) {
-  using tolvin::zeroPaddedSigned;
-  EXPECT_EQ(zeroPaddedSigned(-5, 3) + zeroPaddedSigned(-5, 2) + zeroPaddedSigned(7, 2) + zeroPaddedSigned(0, 2), "-05-50700");
+  EXPECT_EQ(tolvin::zeroPaddedSigned(-5, 3), "-05");
+  EXPECT_EQ(tolvin::zeroPaddedSigned(-5, 2), "-5");
+  EXPECT_EQ(tolvin::zeroPaddedSigned(7, 2), "07");
+  EXPECT_EQ(tolvin::zeroPaddedSigned(0, 2), "00");
 }
 
 TEST(NumberTextRecent, ValuesSharingARecentSlotKeepTheirOwnText) {
