@@ -44,10 +44,12 @@ TEST(DLSInstrumentFile, MatchesTheHandWrittenFile) {
   c.addInstrument(piano);
   Instrument drums;
   drums.bank = 0x80000000;
-  Sampling forward, twoLoops;
+  Sampling forward, twoLoops, oddType;
   forward.loops = {{0, 10, 20}};
   twoLoops.loops = {{0, 0, 4}, {0, 4, 4}};
-  drums.regions = {fullRegion(0, wsmp({})), fullRegion(0, wsmp(forward)), fullRegion(0, wsmp(twoLoops))};
+  oddType.loops = {{2, 0, 4}};
+  drums.regions = {fullRegion(0, wsmp({})), fullRegion(0, wsmp(forward)), fullRegion(0, wsmp(twoLoops)),
+                   fullRegion(0, wsmp(oddType))};
   c.addInstrument(drums);
 
   writeFile(dir.file("My Bank.dls"), c.bytes());
@@ -58,7 +60,8 @@ TEST(DLSInstrumentFile, MatchesTheHandWrittenFile) {
   EXPECT_EQ(run.out.substr(run.out.rfind('*') + 2), "No smpl/wsmpl info for:" + folder +
                                                       "/samples/UNKNOWN_0.wav\nERROR unimplemented taking "
                                                       "defaults from wave itself\n"
-                                                      "Error, DLS 2.2 doesn't support more than ONE loop, not 2\n");
+                                                      "Error, DLS 2.2 doesn't support more than ONE loop, not 2\n"
+                                                      "ERROR odd loop type:2\n");
   EXPECT_EQ(readFile(dir.file("results.txt")), folder + "/Bank_00000000/005_Grand_Piano.sfz");
   const std::string text = readFile(folder + "/Bank_00000000/005_Grand_Piano.sfz");
   EXPECT_TRUE(hasDateLine(text, kDate));

@@ -95,26 +95,12 @@ TEST(DLSWavePool, LoopsFormatsNamesAndPoolTableReferences) {
   EXPECT_EQ(readFile(samples + "A.wav").size(), 36u);
   // A negative fine tune gives no pitch fraction; the odd loop type is not copied.
   const std::string oddWave = readFile(samples + "Odd.wav");
-  EXPECT_EQ(u32At(oddWave, 44 + 8), 125000u);  // sample period at 8000 Hz
-  EXPECT_EQ(u32At(oddWave, 44 + 12), 60u);
-  EXPECT_EQ(u32At(oddWave, 44 + 16), 0u);
-  EXPECT_EQ(u32At(oddWave, 44 + 36 + 4), 0u);
-  EXPECT_EQ(u32At(oddWave, 44 + 36 + 12), 8u);
-  // The smpl chunk's own record, 864 bytes in.
+  EXPECT_EQ(oddWave.substr(44 + 8, 12), riff::Body().u32(125000).u32(60).u32(0).bytes());  // period at 8000 Hz, unity
+  EXPECT_EQ(oddWave.substr(44 + 36 + 4, 12), riff::Body().u32(0).u32(2).u32(8).bytes());    // type, start, end
+  // The smpl chunk's own header and the loop record 864 bytes in, copied field for field.
   const std::string s = readFile(samples + "S.wav");
-  EXPECT_EQ(u32At(s, 44), 3u);  // manufacturer and product
-  EXPECT_EQ(u32At(s, 44 + 4), 11u);
-  EXPECT_EQ(u32At(s, 44 + 8), 125000u);
-  EXPECT_EQ(u32At(s, 44 + 12), 64u);
-  EXPECT_EQ(u32At(s, 44 + 20), 25u);  // SMPTE format and offset
-  EXPECT_EQ(u32At(s, 44 + 24), 0x01020304u);
-  EXPECT_EQ(u32At(s, 44 + 32), 5u);
-  EXPECT_EQ(u32At(s, 44 + 36), 7u);
-  EXPECT_EQ(u32At(s, 44 + 36 + 4), 1u);  // loop type
-  EXPECT_EQ(u32At(s, 44 + 36 + 8), 3u);
-  EXPECT_EQ(u32At(s, 44 + 36 + 12), 9u);
-  EXPECT_EQ(u32At(s, 44 + 36 + 16), 0x11u);  // fraction and play count
-  EXPECT_EQ(u32At(s, 44 + 36 + 20), 4u);
+  EXPECT_EQ(s.substr(44, 36), smpl.bytes().substr(0, 36));
+  EXPECT_EQ(s.substr(80, 24), smpl.bytes().substr(864, 24));
   EXPECT_EQ(readWave(samples + "S.wav").frames, 12);
   // A short smpl chunk still leaves the audio.
   EXPECT_EQ(readWave(samples + "Short.wav").points, ramp(6));

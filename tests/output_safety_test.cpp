@@ -461,7 +461,7 @@ TEST(HostileEnvironment, ResultsTargetsThatAreNotPlainFilesAreLeftAsTheyAre) {
   // create one, is written where it stands (run as another user when root).
   const int user = ::getuid() == 0 ? 65534 : -1;
   fs::create_directories(dir.file("locked"));
-  writeFile(dir.file("locked/results.txt"), "old");
+  writeFile(dir.file("locked/results.txt"), std::string(4096, 'o'));  // longer than what replaces it
   if (user >= 0) {
     ASSERT_EQ(::chown(dir.file("locked/results.txt").c_str(), user, user), 0);
   }

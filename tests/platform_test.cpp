@@ -38,14 +38,9 @@ TEST(PathHelpers, FileAndFolderHonourBothSeparators) {
 
 TEST(StringHelpers, TrimCleanAndLowercaseTouchOnlyTheirBytes) {
   std::string out;
-  trim(" \t name\n", out);
-  EXPECT_EQ(out, "name");
-  trim("", out);
-  EXPECT_EQ(out, "");
-  trim("\xA0x\xA0", out);
-  EXPECT_EQ(out, "\xA0x\xA0");
-  trim("   ", out);
-  EXPECT_EQ(out, "");
+  const std::pair<const char*, const char*> trimmed[] = {
+      {" \t name\n", "name"}, {"", ""}, {"\xA0x\xA0", "\xA0x\xA0"}, {"   ", ""}};
+  for (const auto& [text, expected] : trimmed) EXPECT_EQ((trim(text, out), out), expected) << text;
 
   std::string name = "a:b c\\d/e*f?g>h<i|j.k\xC3\xA9";
   cleanPathName(name);
@@ -100,6 +95,12 @@ TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
   EXPECT_EQ(PCreateDir(dir.file("p")), 0);
   ::umask(userMask);
   for (const char* name : {"t", "p"}) EXPECT_EQ(unsigned(fs::status(dir.file(name)).permissions()), 0755u) << name;
+  // A place outside the tree's root is found by its path; a path ending in a slash is no file's place.
+  OutputTree inner(dir.file("t"));
+  const OutputTree::Place outside = inner.locate(dir.file("p/x"));
+  EXPECT_TRUE(outside.found == OutputTree::Found::kFolder && outside.folder && outside.name == "x");
+  EXPECT_EQ(inner.locate(dir.file("none/x")).found, OutputTree::Found::kMissing);
+  EXPECT_EQ(inner.locate(dir.file("t/")).found, OutputTree::Found::kUnusable);
 }
 
 TEST(StringHelpers, BankTextsNeverBreakALineAndTheBrokenClockGivesNoDate) {
@@ -232,6 +233,11 @@ TEST(WholeFiles, TextSinkKeepsItsOrderAcrossTheBlock) {
   ASSERT_TRUE(file.commit());
   EXPECT_EQ(testsupport::readFile(dir.file("t.txt")),
             "a" + big + std::string((64 << 10) - 1, 'c') + "-7d" + fill + "f");
+  // Text streamed into a file's own 16 KiB put area goes on past it.
+  OutputFile streamed(dir.file("u.txt"), tree);
+  std::ostream(streamed.textBuffer()) << big << 'z';
+  ASSERT_TRUE(streamed.commit());
+  EXPECT_EQ(testsupport::readFile(dir.file("u.txt")), big + "z");
 }
 
 // Where unnamed files cannot be had, a file is written under a temporary

@@ -51,7 +51,7 @@ TEST(SF2Modulators, VibratoDepthFromAControllerOrPressureInTheRegion) {
   Bank bank = regionBank({gen(6, 30)});
   bank.instruments[0].zones[0].mods = {mod(source(1, true), 6, 50), mod(source(13, false), 6, 250),
                                        mod(source(5, false), 6, 1), mod(source(0, true), 6, 100),
-                                       mod(source(5, false), 8, 1)};
+                                       mod(source(5, false), 8, 1), mod(source(3, true), 8, 1)};
   const Conversion run = convert(dir, bank.bytes());
   // The region's own vibrato LFO shares the defaults' id, hence its number;
   // depths are the amounts divided by 100, and no phase or delay is written.
@@ -60,5 +60,6 @@ TEST(SF2Modulators, VibratoDepthFromAControllerOrPressureInTheRegion) {
                        "\n lfo06_wave=0\n lfo06_pitch=30 lfo06_pitch_oncc1=0.5 lfo06_pitch_oncc129=2.5 lfo06_pitch_oncc0=1\n"
                        " lfo06_freq=0\n\n"));
   EXPECT_TRUE(contains(run.console, "\nIMPLEMENT srcIndex : 5 for vibLfoToPitch srcCC=0\n"
-                                    "IMPLEMENT srcIndex : 5 for initialFilterFc srcCC=0\n")) << run.console;
+                                    "IMPLEMENT srcIndex : 5 for initialFilterFc srcCC=0\n"
+                                    "IMPLEMENT srcCC for initialFilterFc (index=3)\n")) << run.console;
 }

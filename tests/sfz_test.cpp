@@ -43,6 +43,9 @@ TEST(SfzModulators, AddedTargetsMakeAModulatorMulti) {
   targeted.addTarget(SFZModulator::TargetType(2), 1.0);
   EXPECT_EQ(targeted.getTargetType(), SFZModulator::TargetType(5));
   EXPECT_EQ(SFZModulator::getStringTargetType(SFZModulator::TargetType(7)), "unknown");
+  EXPECT_EQ(SFZModUnknown(8, SFZModulator::ModType(0), SFZModulator::TargetType(1)).modulatorToString(),
+            " //SFZModUnknown!!!");
+  EXPECT_EQ(SFZOnCC(1, 0.5, 3).toString(" lfo06_freq"), " lfo06_freq_oncc1=0.5 lfo06_freq_curvecc1=3");
   // Each kind carries its type number.
   const SFZSimpleMod simple(5, SFZModulator::TargetType(3), "amplitude", 1.0);
   const SFZFilter filter(6, SFZModulator::TargetType(0), 1.0, SFZFilter::FilterType(5), 100.0, 0.5);

@@ -62,6 +62,7 @@ TEST(NumberTextPadding, TheSignCountsInTheWidth) {
   EXPECT_EQ(tolvin::zeroPaddedSigned(-5, 2), "-5");
   EXPECT_EQ(tolvin::zeroPaddedSigned(7, 2), "07");
   EXPECT_EQ(tolvin::zeroPaddedSigned(0, 2), "00");
+  EXPECT_EQ(ConverterBase::zeroPad(7), "07");
 }
 
 TEST(NumberTextRecent, ValuesSharingARecentSlotKeepTheirOwnText) {

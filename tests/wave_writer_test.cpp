@@ -59,22 +59,25 @@ TEST(WaveWriter, OwnChunksRegionsAndInterleavedChannels) {
   {
     WaveFileWriter writer(file);
     EXPECT_TRUE(writer.appendChunk('a' | 'b' << 8 | 'c' << 16 | 'd' << 24, 5, "12345"));
+    EXPECT_TRUE(writer.appendWAVE_smpl(60, 3, 9) && writer.write_uint16(0x6261));
     writer.set_regions({{10, 20, "lead"}, {30, 5, "abc"}});
     writer.prepareData(8000, 2, 16, false);
     const int16_t left[] = {1, 2}, right[] = {-1, -2};
     writer.writeData(left, right, 2);
     writer.writeData(left, right, 0);
-    EXPECT_TRUE(writer.finalize());
+    EXPECT_TRUE(writer.finishWithData(left, 0));  // nothing more, then finalized
     EXPECT_FALSE(writer.appendChunk(0, 0, ""));
   }
   std::fclose(file);
-  riff::Body cue, adtl;
+  riff::Body smpl, cue, adtl;
+  smpl.u32(0).u32(0).u32(0).u32(60).u32(0).u32(0).u32(0).u32(1).u32(0).u32(0).u32(0).u32(3).u32(9).u32(0).u32(0);
   cue.u32(2).u32(1).u32(10).text("data").u32(0).u32(0).u32(10).u32(2).u32(30).text("data").u32(0).u32(0).u32(30);
   adtl.text("adtl");
   for (uint32_t id : {1u, 2u}) adtl.text("ltxt").u32(20).u32(id).u32(id == 1 ? 20 : 5).text("rgn ").u32(0).u32(0);
   // An even label has no terminator, an odd one gets a zero byte.
   adtl.text("labl").u32(8).u32(1).text("lead").text("labl").u32(8).u32(2).text(std::string("abc\0", 4));
-  const std::string expected = "abcd" + le32(6) + std::string("12345\0", 6) + riff::chunk("cue ", cue) +
+  const std::string expected = "abcd" + le32(6) + std::string("12345\0", 6) + riff::chunk("smpl", smpl) + "ab" +
+                               riff::chunk("cue ", cue) +
                                "LIST" + le32(static_cast<uint32_t>(adtl.bytes().size())) + adtl.bytes() +
                                "data" + le32(8) + riff::Body().i16(1).i16(-1).i16(2).i16(-2).bytes();
   const std::string bytes = readFile(dir.file("a.wav"));
