@@ -22,9 +22,7 @@ void expectOnlyWholeFiles(const std::string& root, const std::string& context) {
   for (const auto& entry : fs::recursive_directory_iterator(root)) {
     const std::string path = entry.path().string();
     EXPECT_FALSE(contains(path, ".sorvane-")) << context << ": " << path;
-    if (entry.is_directory()) {
-      EXPECT_FALSE(fs::is_empty(entry.path())) << context << ": " << path;
-    }
+    EXPECT_FALSE(entry.is_directory() && fs::is_empty(entry.path())) << context << ": " << path;
     if (entry.path().extension() == ".wav") {
       const std::string bytes = readFile(path);
       EXPECT_EQ(bytes.size(), u32At(bytes, 4) + 8ull) << context << ": " << path;

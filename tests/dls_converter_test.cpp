@@ -138,12 +138,8 @@ TEST(DLSBadInput, EveryFaultHasItsMessage) {
   auto compressed = [&](const std::string& fmtChunk, const std::string& ewav) {
     return oneWave(wsmp({}) + riff::chunk("ewav", ewav), fmtChunk, oneBlock.bytes()).bytes();
   };
-  const struct {
-    const char* what;
-    std::string collection;
-    std::string message;
-    int frames = -1;  // what could be read is still written
-  } cases[] = {
+  // With frames, what could be read is still written.
+  const struct { const char* what; std::string collection, message; int frames = -1; } cases[] = {
       {"not DLS", notDls.bytes(), "Not a DLS file!\n"},
       {"no colh", noColh.bytes(), ""},
       {"no lins", noLins.bytes(), "Bad lins chunk\n"},
@@ -154,6 +150,8 @@ TEST(DLSBadInput, EveryFaultHasItsMessage) {
       {"rgnh", withRegion(riff::chunk("rgnh", std::string(6, '\0')) + wlnk(0)),
        "rgnh chunk too short, region left without ranges\n"},
       {"wlnk", withRegion(riff::chunk("wlnk", "abcd")), "wlnk chunk too short, region left empty\n"},
+      {"no wlnk", withRegion(rgnh(0, 127, 0, 127)), ""},
+      {"no rgnh", withRegion(wlnk(0)), ""},
       {"insh", shortInsh.bytes(), "insh chunk too short, instrument skipped\n"},
       {"vers", shortVersion.bytes(), "vers chunk too short\n"},
       {"ptbl", shortTable.bytes(), "ptbl chunk too short, no wave can be found\n"},

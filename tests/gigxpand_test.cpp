@@ -29,11 +29,8 @@ std::string codedBlock(uint16_t mode, int16_t previous, int16_t slope, int8_t le
 TEST(Gigxpand, EveryBlockModeDecodesItsChannelsAndStaysInsideItsFrames) {
   // A code is taken off the slope, the slope off the value, wrapping at 16
   // bits. Channels interleave left, right.
-  const struct {
-    std::string block;
-    std::vector<short> first;  // the first two frames
-    std::vector<short> last;   // the last frame
-  } cases[] = {
+  // The first two frames and the last one of each block.
+  const struct { std::string block; std::vector<short> first, last; } cases[] = {
       {codedBlock(0x0101, 100, 1, 0, 0), {99, 99, 98, 98}, {100 - 2048, 100 - 2048}},
       {codedBlock(0x0101, -32768, 0, 1, -1), {-32768 + 1, 32767, -32768 + 3, 32767 - 2}, {-31744, 31744}},
       {codedBlock(0x0100, 10, -2, 0, 3), {1000, 15, 1001, 23}, {3047, 7178}},

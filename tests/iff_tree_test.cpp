@@ -34,7 +34,7 @@ Parsed parse(const std::string& bytes, tolvin::IFF_LOAD_METHOD method = tolvin::
   IFFTree tree(dir.file("f"), nullptr);
   Parsed p;
   p.console = captureStdout([&] { p.ok = tree.process(method); });
-  p.tree = p.ok ? shape(tree.root.get()) : "";
+  p.tree = p.ok ? shape(tree.root.get()) : tree.root ? "kept after a failure" : "";
   p.magic = std::string(tree.magic, 4);
   return p;
 }
@@ -215,6 +215,7 @@ TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
     const Parsed p = parse(c.bytes);
     EXPECT_FALSE(p.ok) << c.what;
     EXPECT_EQ(p.console, c.console) << c.what;
+    EXPECT_EQ(p.tree, "") << c.what;
   }
   // A failed parse leaves no tree and lets go of its source.
   MemoryFile broken(riff::chunk("RIFF", "WAVEab"));
@@ -238,12 +239,13 @@ TEST(ChunkTree, BrokenFilesFailWithTheirMessages) {
 TEST(ChunkTree, HostileSizesAndNestingNeitherAllocateNorOverflow) {
   // A last chunk declaring 4 GB is kept with that size; its body is refused.
   TempDir dir;
-  writeFile(dir.file("huge"), "RIFF" + riff::le32(0xFFFFFFECu) + "WAVEdata" + riff::le32(0xFFFFFFE0u) + "abc");
+  writeFile(dir.file("huge"), "RIFF" + riff::le32(0xFFFFFFECu) + "WAVEdata" + riff::le32(0xFFFFFFE0u) + "junk" + riff::le32(0));
   IFFTree tree(dir.file("huge"), nullptr);
   ASSERT_TRUE(tree.process(tolvin::IFF_LOAD_STREAM));
   const IFFTreeNode* data = tree.root->children[0]->findFirstChild("data");
   ASSERT_NE(data, nullptr);
   EXPECT_EQ(data->size, 0xFFFFFFE0u);
+  EXPECT_EQ(tree.root->children[0]->children.size(), 1u);  // what follows is inside its body
   EXPECT_EQ(tree.GetChunkPtr(data, false), nullptr);
 
   // Lists nested tens of thousands deep are refused rather than recursed into.
@@ -252,6 +254,12 @@ TEST(ChunkTree, HostileSizesAndNestingNeitherAllocateNorOverflow) {
   const Parsed p = parse(nested);
   EXPECT_FALSE(p.ok);
   EXPECT_EQ(p.console, "Tree Error: chunks nested too deeply\n");
+  // The edge: 255 lists inside the file's own, holding one chunk, are taken; 256 are not.
+  for (int levels : {255, 256}) {
+    std::string body = riff::chunk("leaf", "ab");
+    for (int i = 0; i < levels; ++i) body = riff::list("LIST", "deep", body);
+    EXPECT_EQ(parse(riff::list("RIFF", "TEST", body)).ok, levels == 255) << levels;
+  }
 }
 
 TEST(ByteReader, ReadsPastTheEndGiveZeroAndMarkTheReader) {
@@ -271,6 +279,7 @@ TEST(ByteReader, ReadsPastTheEndGiveZeroAndMarkTheReader) {
   EXPECT_EQ(cut.u16(2), 0x6463u);
   EXPECT_EQ(cut.sub(1, 4).size(), 0u);
   EXPECT_EQ(cut.bytes(0, 5), nullptr);
+  EXPECT_EQ(tolvin::ByteReader(nullptr, 8).size(), 0u);  // a body that could not be fetched holds nothing
   const tolvin::ByteReader fresh("abcd", 4);
   EXPECT_EQ(fresh.bytes(2, 3), nullptr);
   EXPECT_TRUE(fresh.wentShort());

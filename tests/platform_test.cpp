@@ -51,7 +51,8 @@ TEST(StringHelpers, TrimCleanAndLowercaseTouchOnlyTheirBytes) {
 
   // Windows Latin to UTF-8: one, two and three bytes, and an undefined byte.
   EXPECT_EQ(TLVSConv("a\x80\xE9\x9F\xFF", WINDOWS_LATIN1), "a\xE2\x82\xAC\xC3\xA9\xC5\xB8\xC3\xBF");
-  EXPECT_EQ(TLVSConv("a\x81", WINDOWS_LATIN1), "TLVSConv_ERROR6");
+  for (const char* undefined : {"a\x81", "\x8D", "\x8F", "\x90", "\x9D"})
+    EXPECT_EQ(TLVSConv(undefined, WINDOWS_LATIN1), "TLVSConv_ERROR6") << undefined;
   // Every defined byte of 0x80-0x9F, by the code page's public table.
   EXPECT_EQ(TLVSConv("\x80\x82\x83\x84\x85\x86\x87\x88\x89\x8A\x8B\x8C\x8E\x91\x92\x93\x94\x95\x96\x97\x98"
                      "\x99\x9A\x9B\x9C\x9E\x9F", WINDOWS_LATIN1),
@@ -90,14 +91,15 @@ TEST(Folders, PCreateDirMakesOneMissingLevelPerCall) {
   // Folders get 0777 less the umask either way (a root with a trailing slash, as typed).
   const mode_t userMask = ::umask(022);
   OutputTree tree(dir.path() + "/");
-  EXPECT_EQ(tree.createDir(dir.file("t")), 0);
+  EXPECT_TRUE(tree.createDir(dir.file("t")) == 0 && tree.createDir(dir.file("t")) == 0);  // made, then found
   EXPECT_EQ(tree.createDir(dir.file("file/sub")), 2);  // a file in the way
   EXPECT_EQ(PCreateDir(dir.file("p")), 0);
   ::umask(userMask);
   for (const char* name : {"t", "p"}) EXPECT_EQ(unsigned(fs::status(dir.file(name)).permissions()), 0755u) << name;
-  // A place outside the tree's root is found by its path; a path ending in a slash is no file's place.
+  // Outside the root (a name merely starting like it) a place is found by its path; "x/" is no file's.
   OutputTree inner(dir.file("t"));
-  const OutputTree::Place outside = inner.locate(dir.file("p/x"));
+  ASSERT_EQ(PCreateDir(dir.file("tp")), 0);
+  const OutputTree::Place outside = inner.locate(dir.file("tp/x"));
   EXPECT_TRUE(outside.found == OutputTree::Found::kFolder && outside.folder && outside.name == "x");
   EXPECT_EQ(inner.locate(dir.file("none/x")).found, OutputTree::Found::kMissing);
   EXPECT_EQ(inner.locate(dir.file("t/")).found, OutputTree::Found::kUnusable);
@@ -127,6 +129,7 @@ TEST(WholeFiles, ExternalizeFailsWithoutItsFolderAndSizesOfMissingFilesAreZero) 
   uint8_t* whole = binFileInternalize(dir.file("five"), length, spare);
   EXPECT_TRUE(whole && length == 5 && spare == 11);
   binFileFree(whole);
+  EXPECT_TRUE(!binFileInternalize(dir.file("missing"), length, spare) && length == 0);
   EXPECT_TRUE(fileExists(dir.path()));
 }
 
@@ -184,6 +187,7 @@ TEST(WholeFiles, TheOutputBudgetTakesItsEdgeAndStartsAfreshPerRun) {
   EXPECT_TRUE(OutputBudget::charge(OutputBudget::kConstant));
   EXPECT_FALSE(OutputBudget::charge(1));
   OutputBudget::unlimited();
+  EXPECT_TRUE(OutputBudget::charge(OutputBudget::kConstant + 1));  // no limit any more
 }
 
 // The cancellation register holds 262,144 names; one past its room is
@@ -209,6 +213,7 @@ TEST(WholeFiles, TheLeftoversRegisterRefusesNamesPastItsRoom) {
   distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
   EXPECT_EQ(distinct.size(), tickets.size());
   EXPECT_EQ(distinct.back(), (1 << 18) - 1);
+  EXPECT_EQ(tickets.size(), 1u << 18);  // the first entry was given back too
   for (int ticket : tickets) Leftovers::forget(ticket);
   const int again = Leftovers::remember(-1, "x", false);
   EXPECT_GE(again, 0);
@@ -265,12 +270,14 @@ TEST(WholeFiles, NamedTemporariesAreRenamedIntoPlaceOrRemoved) {
     OutputFile third(dir.file("t.txt"), tree);
     EXPECT_TRUE(third.write("x"));
     EXPECT_TRUE(testsupport::exists(dir.file(temporary(n + 65))));
-    for (unsigned long k = 2; k < 65; ++k) std::remove(dir.file(temporary(n + k)).c_str());
     EXPECT_TRUE(file.commit());
   }
   OutputFile dropped(dir.file("b.txt"), tree);
   dropped.write("cut");
-  Leftovers::removeAll();  // as a signal handler would
+  Leftovers::removeAll();  // as a signal handler would, leaving the names someone else holds
+  size_t theirs = 0;
+  for (const std::string& name : testsupport::listDir(dir.path())) theirs += name != "a.txt" && !std::remove(dir.file(name).c_str());
+  EXPECT_EQ(theirs, 63u);
   EXPECT_EQ(testsupport::listDir(dir.path()), std::vector<std::string>{"a.txt"});
   const size_t descriptors = testsupport::listDir("/proc/self/fd").size();
   {

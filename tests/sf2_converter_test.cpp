@@ -65,12 +65,10 @@ TEST(SF2Structure, HeaderCarriesTheInfoTextsInFixedOrderOnlyWhenPresent) {
 // Structural faults stop the conversion with their message; faults inside
 // the tables become comments where they are met.
 TEST(SF2BadInput, EveryFaultHasItsMessage) {
-  const struct Case {
-    const char* what;
-    std::function<void(Bank&)> change;
-    std::string message;  // the whole console, or a line of the preset file
-    uint32_t shdrSize = 0;  // declared size of the last chunk, when not 0
-  } cases[] = {
+  // The message is the whole console, or a line of the preset file; shdrSize,
+  // when not 0, the declared size of the last chunk.
+  const struct Case { const char* what; std::function<void(Bank&)> change; std::string message; uint32_t shdrSize = 0; }
+      cases[] = {
       {"wave form", [](Bank& b) { b.formType = "WAVE"; }, "Not a SoundFont file but a RIFF(WAVE)\n"},
       {"no INFO", [](Bank& b) { b.omit.insert("INFO"); }, "SoundFont DOENST Contain LIST(INFO) its MANDATORY!\n"},
       {"no ifil", [](Bank& b) { b.omit.insert("ifil"); }, "SoundFont DOENST Contain ifil\n"},
@@ -292,6 +290,9 @@ TEST(SF2Presets, WorkIsBoundedPerPresetAndPerBank) {
       EXPECT_EQ(text.find("too large"), text.rfind("too large"));  // said once, and the rest skipped
     }
   }
+  Bank presetMod = workBank(1, 16, 8184);
+  presetMod.presets[0].zones[0].mods.assign(16, Mod{0, 34, 0, 0, 0});  // as dear as one more in each zone
+  EXPECT_TRUE(contains(presetText(presetMod, "000_P0.sfz"), "ERROR! preset too large"));
   // Ranges past the end of their table cost only what the table holds.
   Bank far = regionBank({});
   far.presets[0].zones.resize(3, Zone({gen(41, 0)}));

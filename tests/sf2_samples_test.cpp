@@ -56,8 +56,7 @@ TEST(SF2Samples, RateOverrideTuning) {
 TEST(SF2Samples, LinkedSamplesStopTheConversionSilently) {
   TempDir dir;
   Bank bank = regionBank({});
-  bank.samples.push_back(bank.samples[0]);
-  bank.samples.push_back(bank.samples[0]);
+  bank.samples.resize(3, bank.samples[0]);
   bank.samples[1].type = 8;
   const Conversion run = convert(dir, bank.bytes());
   EXPECT_EQ(run.console, "");

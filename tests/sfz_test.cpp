@@ -42,7 +42,7 @@ TEST(SfzModulators, AddedTargetsMakeAModulatorMulti) {
   SFZLfo targeted(4, SFZModulator::TargetType(1), 0.0, SFZLfo::WaveType(0), 1.0, 0.0, 0.0);
   targeted.addTarget(SFZModulator::TargetType(2), 1.0);
   EXPECT_EQ(targeted.getTargetType(), SFZModulator::TargetType(5));
-  EXPECT_EQ(SFZModulator::getStringTargetType(SFZModulator::TargetType(7)), "unknown");
+  for (int type : {7, 99}) EXPECT_EQ(SFZModulator::getStringTargetType(SFZModulator::TargetType(type)), "unknown");
   EXPECT_EQ(SFZModUnknown(8, SFZModulator::ModType(0), SFZModulator::TargetType(1)).modulatorToString(),
             " //SFZModUnknown!!!");
   EXPECT_EQ(SFZOnCC(1, 0.5, 3).toString(" lfo06_freq"), " lfo06_freq_oncc1=0.5 lfo06_freq_curvecc1=3");

@@ -70,6 +70,7 @@ TEST(NumberTextRecent, ValuesSharingARecentSlotKeepTheirOwnText) {
   // different order: a slot handing out another value's text shows here.
   std::vector<double> values;
   for (int i = -3000; i < 3000; ++i) values.push_back(std::pow(2.0, i / 1200.0) * (i % 2 ? -1 : 1));
+  values.push_back(0.0);  // all its bits are zero, as in a slot whose value was never kept
   for (int pass = 0; pass < 2; ++pass) {
     for (size_t k = 0; k < values.size(); ++k) {
       const double value = values[pass == 0 ? k : values.size() - 1 - k];

@@ -87,8 +87,8 @@ TEST(WaveWriter, OwnChunksRegionsAndInterleavedChannels) {
   WaveFileWriter nowhere(static_cast<const char*>(nullptr));
   EXPECT_FALSE(nowhere.appendChunk(0, 0, ""));
   EXPECT_FALSE(WaveFileWriter(std::string()).hasFile());
-  { WaveFileWriter own(dir.file("own.wav")); }  // a writer owning its file puts it in place
-  EXPECT_EQ(readFile(dir.file("own.wav")).substr(0, 4), "RIFF");
+  { WaveFileWriter own(dir.file("own.wav")), byText(dir.file("text.wav").c_str()); }  // each puts its file in place
+  for (const char* name : {"own.wav", "text.wav"}) EXPECT_EQ(readFile(dir.file(name)).substr(0, 4), "RIFF") << name;
 }
 
 TEST(WaveWriter, CopiedDataComesFromTheSourceOffsetAndLeavesTheSourceWhereItWas) {

@@ -24,11 +24,8 @@ namespace testsupport {
 
 TempDir::TempDir() {
   const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base && *base ? base : "/tmp") + "/sorvane-test-XXXXXX";
-  std::vector<char> buffer(pattern.begin(), pattern.end());
-  buffer.push_back('\0');
-  if (!::mkdtemp(buffer.data())) throw std::runtime_error("mkdtemp failed");
-  path_ = buffer.data();
+  path_ = std::string(base && *base ? base : "/tmp") + "/sorvane-test-XXXXXX";
+  if (!::mkdtemp(path_.data())) throw std::runtime_error("mkdtemp failed");
 }
 
 TempDir::~TempDir() {
@@ -37,9 +34,8 @@ TempDir::~TempDir() {
 }
 
 std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
   std::ostringstream content;
-  content << in.rdbuf();
+  content << std::ifstream(path, std::ios::binary).rdbuf();
   return content.str();
 }
 
@@ -73,9 +69,7 @@ RunResult runSorvane(const std::vector<std::string>& arguments, const RunLimits&
     ::dup2(console[1], 1);
     ::dup2(err, 2);
     ::close(console[0]);
-    if (limits.closedDescriptors) {
-      ::close(0), ::close(1), ::close(2);
-    }
+    if (limits.closedDescriptors) ::close(0), ::close(1), ::close(2);
     if (limits.closedInputAndError) ::close(0), ::close(2);
     struct rlimit noCore = {0, 0};  // a quit signal leaves no core file
     ::setrlimit(RLIMIT_CORE, &noCore);
@@ -145,10 +139,7 @@ WaveFacts readWave(const std::string& path) {
   SF_INFO info{};
   SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
   if (!file) return facts;
-  facts.frames = static_cast<int>(info.frames);
-  facts.channels = info.channels;
-  facts.rate = info.samplerate;
-  facts.format = info.format;
+  facts = {static_cast<int>(info.frames), info.channels, info.samplerate, info.format, 0, {}};
   SF_INSTRUMENT instrument{};
   if (sf_command(file, SFC_GET_INSTRUMENT, &instrument, sizeof instrument) == SF_TRUE)
     facts.loops = instrument.loop_count;
