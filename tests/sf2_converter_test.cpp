@@ -65,8 +65,7 @@ TEST(SF2Structure, HeaderCarriesTheInfoTextsInFixedOrderOnlyWhenPresent) {
 // Structural faults stop the conversion with their message; faults inside
 // the tables become comments where they are met.
 TEST(SF2BadInput, EveryFaultHasItsMessage) {
-  // The message is the whole console, or a line of the preset file; shdrSize,
-  // when not 0, the declared size of the last chunk.
+  // message: the whole console or a line of the preset file; shdrSize: the last chunk's declared size if not 0.
   const struct Case { const char* what; std::function<void(Bank&)> change; std::string message; uint32_t shdrSize = 0; }
       cases[] = {
       {"wave form", [](Bank& b) { b.formType = "WAVE"; }, "Not a SoundFont file but a RIFF(WAVE)\n"},
