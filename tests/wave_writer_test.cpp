@@ -70,7 +70,7 @@ TEST(WaveWriter, OwnChunksRegionsAndInterleavedChannels) {
   }
   std::fclose(file);
   riff::Body smpl, cue, adtl;
-  smpl.u32(0).u32(0).u32(0).u32(60).u32(0).u32(0).u32(0).u32(1).u32(0).u32(0).u32(0).u32(3).u32(9).u32(0).u32(0);
+  smpl.zeros(12).u32(60).zeros(12).u32(1).zeros(12).u32(3).u32(9).zeros(8);  // unity note, one loop, start, end
   cue.u32(2).u32(1).u32(10).text("data").u32(0).u32(0).u32(10).u32(2).u32(30).text("data").u32(0).u32(0).u32(30);
   adtl.text("adtl");
   for (uint32_t id : {1u, 2u}) adtl.text("ltxt").u32(20).u32(id).u32(id == 1 ? 20 : 5).text("rgn ").u32(0).u32(0);
